@@ -1,0 +1,138 @@
+// Configuration keys: see cust.h. The file is turned once into a small flat map of scalar values.
+#include "cust/cust.h"
+
+#include <fcntl.h>
+
+#include <cerrno>
+#include <charconv>
+#include <map>
+#include <limits>
+#include <variant>
+
+#define TOML_ENABLE_FORMATTERS 0
+#include <toml++/toml.h>
+
+#include "er/er.h"
+#include "os/os.h"
+
+namespace {
+
+constexpr std::string_view kFile = "~/sys/gateway.toml";
+constexpr std::size_t kFileLimit = 1 << 20;
+
+struct Value {
+    std::variant<bool, std::int64_t, std::string> content;
+    unsigned line = 0;
+};
+
+struct State {
+    bool loaded = false;
+    std::string path;  // empty: the home's file
+    std::map<std::string, Value, std::less<>> values;
+};
+
+State& state() {
+    static State the_state;
+    return the_state;
+}
+
+std::string file_name() { return os_HomePath(state().path.empty() ? kFile : state().path); }
+
+// "file:line: what", the form that editors and people know.
+std::string place(unsigned line, std::string_view what) {
+    return file_name() + ":" + std::to_string(line) + ": " + std::string(what);
+}
+
+[[noreturn]] void refuse(unsigned line, std::string_view what) {
+    const std::string report = place(line, what);
+    er_LogMsg(3, kGatewayGroup, 0, report);
+    er_SystemEscape(EINVAL, report);
+}
+
+Value scalar(std::string_view key, const toml::node& node) {
+    const unsigned line = node.source().begin.line;
+    if (const auto* truth = node.as_boolean()) return {truth->get(), line};
+    if (const auto* number = node.as_integer()) return {number->get(), line};
+    if (const auto* text = node.as_string()) return {text->get(), line};
+    refuse(line, "key " + std::string(key) + ": a truth, a number or a text is wanted");
+}
+
+void load() {
+    State& s = state();
+    s.values.clear();
+    if (os_Fd fd = os_open_if_there(file_name(), O_RDONLY); !fd) {
+        s.loaded = true;
+        return;
+    }
+    const std::string text = os_read_file(file_name(), kFileLimit);
+    try {
+        const toml::table table = toml::parse(text);
+        for (const auto& [key, node] : table) s.values.emplace(key.str(), scalar(key.str(), node));
+    } catch (const toml::parse_error& error) {
+        refuse(error.source().begin.line, error.description());
+    }
+    s.loaded = true;
+}
+
+const Value* find(std::string_view key) {
+    State& s = state();
+    if (!s.loaded) load();
+    const auto found = s.values.find(key);
+    return found == s.values.end() ? nullptr : &found->second;
+}
+
+bool is_true(const Value& value) {
+    if (const bool* truth = std::get_if<bool>(&value.content)) return *truth;
+    if (const auto* number = std::get_if<std::int64_t>(&value.content)) return *number != 0;
+    const std::string& text = std::get<std::string>(value.content);
+    return !text.empty() && std::string_view("TtYy1").find(text.front()) != std::string_view::npos;
+}
+
+std::optional<int> as_int(const Value& value) {
+    std::int64_t number = 0;
+    if (const auto* integer = std::get_if<std::int64_t>(&value.content)) {
+        number = *integer;
+    } else if (const auto* text = std::get_if<std::string>(&value.content)) {
+        const auto [end, error] = std::from_chars(text->data(), text->data() + text->size(), number);
+        if (error != std::errc{} || end != text->data() + text->size()) return std::nullopt;
+    } else {
+        return std::nullopt;
+    }
+    if (number < std::numeric_limits<int>::min() || number > std::numeric_limits<int>::max()) return std::nullopt;
+    return static_cast<int>(number);
+}
+
+}  // namespace
+
+bool cust_PresentAndTrue(std::string_view key) {
+    const Value* value = find(key);
+    return value != nullptr && is_true(*value);
+}
+
+bool cust_PresentAndFalse(std::string_view key) {
+    const Value* value = find(key);
+    return value != nullptr && !is_true(*value);
+}
+
+bool cust_GetBoolean(std::string_view key, bool missing, int, int) {
+    const Value* value = find(key);
+    return value == nullptr ? missing : is_true(*value);
+}
+
+int cust_GetInteger(std::string_view key, int missing, int, int) {
+    const Value* value = find(key);
+    if (value == nullptr) return missing;
+    const std::optional<int> number = as_int(*value);
+    if (!number) er_LogMsg(5, kGatewayGroup, 0, place(value->line, "key " + std::string(key) + ": a number is wanted"));
+    return number.value_or(missing);
+}
+
+std::optional<std::string> cust_GetCustomiseInfo(std::string_view key) {
+    const Value* value = find(key);
+    if (value == nullptr) return std::nullopt;
+    if (const bool* truth = std::get_if<bool>(&value->content)) return *truth ? "true" : "false";
+    if (const auto* number = std::get_if<std::int64_t>(&value->content)) return std::to_string(*number);
+    return std::get<std::string>(value->content);
+}
+
+void cust_Reset(std::string path) { state() = State{false, std::move(path), {}}; }

@@ -1,0 +1,132 @@
+// The item store: every body part, transfer file, message file and scratch file is an item, named by an ITEM_REF.
+//
+//   ~/data/<domain>/<hh>/<id>.<ext>    <id>: 16 lower-case hex digits, <hh>: its last two
+//
+// An item is a handle (im_Item) that owns what it made: destroyed without having been kept, it leaves nothing
+// behind. While an item is small it is memory only; it becomes a file when it outgrows kKeptInMemory or is placed
+// (attached to a message, or its path is really needed). An item that is deleted first never reaches the disk.
+//
+// File ids are unique for the life of the home: [22 bits process id][42 bits milliseconds since 2020, never repeated
+// within a process], the low twelve bits turned so that sixteen items in a row share a folder. The process id lets
+// `morvane fsck` tell the leavings of a dead process from the work of a living one: a process that has made an
+// item holds a read lock on byte (2^32 + process id) of ~/sys/config until it ends.
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "os/os.h"
+
+enum class im_Domain : std::uint16_t { data = 1, temporary = 4 };
+
+// Reference to an item. All zero: no item.
+struct ITEM_REF {
+    std::uint16_t domain = 0;
+    std::uint16_t flags = 0;
+    std::uint32_t sub_domain = 0;
+    std::uint64_t file_id = 0;
+    std::array<char, 4> extension{};
+
+    bool is_null() const { return file_id == 0; }
+    bool operator==(const ITEM_REF&) const = default;
+};
+
+inline constexpr std::string_view kDataItem = "item";
+inline constexpr std::string_view kTransferFile = "tran";
+inline constexpr std::string_view kMessageFile = "mesg";
+inline constexpr std::string_view kScratchItem = "temp";
+
+// Path of an item below the home, for example "/home/data/1/3f/00000000000a513f.item".
+std::string im_ItemRef2FName(const ITEM_REF& ref);
+// The other way: the reference that a path of the store names; nothing when it names none.
+std::optional<ITEM_REF> im_FName2ItemRef(std::string_view path);
+std::uint32_t im_process_of(std::uint64_t file_id);  // the process that made the id
+void im_make_folders();                              // lays down data/1 and data/4 (for `morvane init`)
+
+class im_Item {
+public:
+    im_Item() = default;
+    im_Item(im_Item&&) noexcept;
+    im_Item& operator=(im_Item&&) noexcept;
+    ~im_Item();  // unlinks what was not kept; swallows failures
+
+    explicit operator bool() const { return !ref_.is_null(); }
+    const ITEM_REF& ref() const { return ref_; }
+    std::uint64_t size() const { return size_; }
+
+    // Appends. Writes reach the file in blocks of at least 64 KiB.
+    void write(std::string_view data);
+    void write(char byte) {
+        if (used_ == room_) grow(1);
+        buffer_[used_++] = byte;
+        ++size_;
+    }
+    // Overwrites bytes that are there already, in place.
+    void overwrite(std::uint64_t at, std::string_view data);
+    // Cuts the item to `size` bytes.
+    void truncate(std::uint64_t size);
+    // Reads up to `room` bytes from position `at`; fewer only at the end.
+    std::size_t read(std::uint64_t at, char* data, std::size_t room) const;
+    // The bytes from `at`, at most `limit`: a view into memory where they are there, else into `scratch`.
+    std::string_view view(std::uint64_t at, std::size_t limit, std::string& scratch) const;
+    std::string_view head(std::size_t limit, std::string& scratch) const { return view(0, limit, scratch); }
+    bool in_memory() const { return size_ == used_; }
+
+    // Makes it a file with everything written, and closes its descriptor. Writing may go on afterwards.
+    void place();
+    std::string path();           // places it and names it
+    void keep() { kept_ = true; } // the destructor leaves the file alone from now on
+    void unlink() noexcept;       // deletes it now; the handle is empty afterwards
+
+private:
+    friend im_Item im_create(im_Domain, std::string_view);
+    std::uint64_t in_file() const { return size_ - used_; }
+    void grow(std::size_t wanted);
+    void flush();
+    void create_file();
+    int descriptor() const;  // opened again when the item was placed
+
+    ITEM_REF ref_;
+    std::unique_ptr<char[]> buffer_;  // the tail that is not in the file yet
+    std::size_t used_ = 0, room_ = 0;
+    std::uint64_t size_ = 0;          // of the whole item; size_ - used_ bytes are in the file
+    mutable os_Fd fd_;
+    bool on_disk_ = false;
+    bool kept_ = false;
+};
+
+// A new, empty item. Nothing is created on disk yet.
+im_Item im_create(im_Domain domain, std::string_view extension);
+inline im_Item im_CrNewDataItem() { return im_create(im_Domain::data, kDataItem); }
+
+// Makes everything that was written below the home's file system durable (files and the folders that name them) with
+// one wait: syncfs(2). Raises when the system reports that data was lost.
+void im_SyncItems();
+bool im_syncs_device(dev_t device);  // does im_SyncItems cover this file system?
+
+// Deletes an item by reference; a missing file is no failure.
+void im_UnlinkItem(const ITEM_REF& ref);
+
+// Reads an item front to back in lines or blocks without holding it: works on memory and on files.
+class im_Reader {
+public:
+    explicit im_Reader(const im_Item& item);        // the item must outlive the reader and not be written meanwhile
+    // The next line, at most `limit` bytes, its LF included when it has one; nothing at the end. Good until the next call.
+    std::optional<std::string_view> line(std::size_t limit);
+    int peek();                                     // the next byte, or -1
+    void skip(std::size_t bytes) { position_ += bytes; }
+    std::uint64_t position() const { return position_; }
+    void seek(std::uint64_t position) { position_ = position; }
+
+private:
+    std::string_view ahead(std::size_t wanted);  // at least `wanted` bytes from position_, as far as there are
+    const im_Item& item_;
+    std::string scratch_;
+    std::string_view block_;
+    std::uint64_t start_ = 0;  // where block_ begins
+    std::uint64_t position_ = 0;
+};

@@ -1,0 +1,49 @@
+// Transfer files: a plain sequence of records in an item of extension "tran". A position is the byte offset of a
+// record's first byte. A small transfer file lives in memory until its message is queued.
+#pragma once
+
+#include <cstdint>
+
+#include "im/im.h"
+#include "tf/record.h"
+
+class tf_File {
+public:
+    tf_File() = default;
+    explicit operator bool() const { return static_cast<bool>(item_); }
+    im_Item& item() { return item_; }
+    const im_Item& item() const { return item_; }
+    im_Item release_item() { return std::move(item_); }
+
+    std::int64_t append(const tf_Record& record);     // returns its position
+    void go_to(std::int64_t position) { next_ = position; }
+    bool read(tf_Record& record);                      // false at the end; raises EILSEQ on a size that cannot be
+    void overwrite(const tf_Record& record);           // the record just read, same length
+    std::int64_t previous() const { return previous_; }
+
+private:
+    friend tf_File tf_CreateFile();
+    friend tf_File tf_open(im_Item item);
+    std::string_view bytes_at(std::uint64_t at, std::size_t count);
+
+    im_Item item_;
+    std::string window_;         // read ahead, when the file is no longer in memory
+    std::uint64_t window_at_ = 0;
+    std::int64_t next_ = 0;      // where read() goes on
+    std::int64_t last_read_ = -1;
+    std::int64_t previous_ = -1; // the record appended last
+};
+
+tf_File tf_CreateFile();
+tf_File tf_open(im_Item item);  // an item that holds records already
+inline const ITEM_REF& tf_GetRef(const tf_File& file) { return file.item().ref(); }
+inline void tf_AppendRecord(tf_File& file, const tf_Record& record) { file.append(record); }
+inline std::int64_t tf_MarkPrevRecord(const tf_File& file) { return file.previous(); }
+inline void tf_GotoRecord(tf_File& file, std::int64_t position) { file.go_to(position); }
+inline void tf_UnreadFile(tf_File& file) { file.go_to(0); }
+inline bool tf_ReadRecord(tf_File& file, tf_Record& record) { return file.read(record); }
+inline void tf_OverwriteRecord(tf_File& file, const tf_Record& record) { file.overwrite(record); }
+
+// Writes an object-file record (30700): the whole content of `object` at this moment under `name`, streamed;
+// `first` is i32@16, `wrap` puts it into a wrapped record.
+void mp_PutObjectFile(std::string_view name, const im_Item& object, tf_File& file, std::int32_t first, bool wrap);
