@@ -65,6 +65,15 @@ public:
         buffer_[used_++] = byte;
         ++size_;
     }
+    // Room for `bytes` more, at most a block, for whoever decodes in place; advance() appends what was filled of it.
+    char* room(std::size_t bytes) {
+        if (room_ - used_ < bytes) grow(bytes);
+        return buffer_.get() + used_;
+    }
+    void advance(std::size_t bytes) {
+        used_ += bytes;
+        size_ += bytes;
+    }
     // Overwrites bytes that are there already, in place.
     void overwrite(std::uint64_t at, std::string_view data);
     // Cuts the item to `size` bytes.

@@ -4,12 +4,11 @@
 // A line end is LF with any CRs before it. A line longer than the limit comes in pieces; only the last piece is `whole`.
 #pragma once
 
-#include <cstdint>
+#include <cstddef>
 #include <memory>
+#include <span>
 #include <string>
 #include <string_view>
-
-#include "os/os.h"
 
 inline constexpr std::size_t kTextLineLimit = 1023;     // bytes of one piece of message text, its line end included
 inline constexpr std::size_t kCommandLineLimit = 2048;  // characters of a command
@@ -25,40 +24,48 @@ struct ux_MailText {
     std::string_view unstuffed() const { return at_start && text.starts_with("..") ? text.substr(1) : text; }
 };
 
+// One command line, without its line end and with NUL bytes as blanks. The view is good until the next read.
+struct ux_CommandLine {
+    std::string_view text;    // at most kCommandLineLimit characters
+    bool too_long = false;    // there was more; it has been read away, so that a command gets one reply
+};
+
 class ux_LineReader {
 public:
     explicit ux_LineReader(int fd);
 
-    // One command line without its line end; a longer one than kCommandLineLimit is read away and given as its first
-    // kCommandLineLimit + 1 characters. Raises 102/1402 at the end of input. NUL bytes become blanks.
-    std::string_view command();
+    ux_CommandLine command();     // raises 102/1402 at the end of input
 
     void begin_text();            // a message text begins: at a line start, its end line not read yet
-    ux_MailText text();           // the next piece; raises 102/1401 at the end of input
-    void unread();                // the piece read last is given again by the next text(); once
-    bool text_open() const { return text_open_; }   // begin_text was called and the end line has not been read
-    void drain_text();            // reads the rest of the text to its end line or the end of input; raises nothing
+    // The next piece, at most `limit` bytes with its line end; raises 102/1401 at the end of input and after the end line.
+    ux_MailText text(std::size_t limit = kTextLineLimit);
+    void unread() { again_ = true; }  // text() gives the piece read last once more
+    bool text_open() const { return text_open_; }  // begun, and the end line not read
+    void drain_text() noexcept;   // reads the rest of an open text away, to its end line or the end of input
 
 private:
-    bool fill();                               // reads more; false at the end of input
-    bool raw_line(std::size_t limit);          // sets piece_ and whole_; false at the end of input
+    bool fill();                         // reads more; false at the end of input
+    bool next_piece(std::size_t limit);  // sets piece_, whole_, at_start_; false at the end of input
+    bool held_returns(std::size_t limit);
+    void widen_pipe();
 
     int fd_;
     std::unique_ptr<char[]> buffer_;
-    std::size_t begin_ = 0, end_ = 0;          // unread bytes
-    std::size_t pending_returns_ = 0;          // CRs read past whose meaning the next byte decides
-    char* piece_ = nullptr;
-    std::size_t length_ = 0;
-    bool whole_ = true;                        // the piece read last ended a line
-    bool at_start_ = true;                     // it began one
+    std::size_t begin_ = 0, end_ = 0;    // unread bytes
+    std::size_t held_returns_ = 0;       // CRs at a cut: line end or text, the next other byte decides
+    std::string returns_;                // held CRs that turned out to be text
+    std::span<char> piece_;
+    bool whole_ = true;                  // the piece read last ended a line
+    bool at_start_ = true;               // it began one
+    ux_MailText last_;
     bool again_ = false;
     bool text_open_ = false;
-    bool eof_ = false;
+    bool pipe_widened_ = false;
 };
 
-// The process's reader, on standard input; ux_SetInput replaces it (tests: a pipe or a file).
+// The process's reader, on standard input. ux_SetInput puts one on another descriptor in its place (not owned).
 ux_LineReader& ux_Input();
 void ux_SetInput(int fd);
 
-// One piece of message text: the end line is not consumed silently but given with is_end set.
+// One piece of message text (ux_Input().text()). The end line is given with is_end set; it is never text.
 ux_MailText ux_InReadMailText();

@@ -1,0 +1,207 @@
+// The conversion of one message: see driver.h. Handles own what they made, so that an escape anywhere leaves nothing
+// behind: an item that was not attached, a transfer file that was not queued and all that a message holds go with
+// their handles.
+#include "ux_in/driver.h"
+
+#include "aud/aud.h"
+#include "cust/cust.h"
+#include "er/er.h"
+#include "msg/msg.h"
+#include "q/q.h"
+#include "tf/file.h"
+#include "ux_in/finishing.h"
+#include "ux_in/header.h"
+#include "ux_in/identifiers.h"
+#include "ux_in/lines.h"
+#include "ux_in/plain_body.h"
+#include "ux_in/recipients.h"
+#include "ux_in/records.h"
+
+namespace {
+
+constexpr std::string_view kQueueName = "ROUTER";
+constexpr std::string_view kFilterRoute = "";
+constexpr std::string_view kPostmaster = "Postmaster";
+constexpr std::int32_t kListFileType = 1166;
+constexpr std::uint32_t kListFileKind = 2;
+constexpr std::int16_t kDispositionAck = 7;  // a disposition notification is the strongest acknowledgement
+constexpr int kAuditMessage = 10;
+constexpr int kAuditTime = 1;
+constexpr int kAuditOriginator = 30;
+constexpr int kNoOriginator = 1547;
+constexpr int kTextNotEnded = 1401;
+constexpr int kNotConverted = 1424;
+
+class Conversion {
+public:
+    explicit Conversion(ux_Envelope& envelope);
+    void run();
+
+private:
+    void start_files();
+    void parse_header();
+    std::string chosen_originator() const;
+    void write_creator();
+    void write_envelope_creator(const std::string& CreatorORN);
+    void write_chosen_creator(const std::string& chosen, std::string CreatorORN);
+    void attach_list();
+    void convert_body();
+    void finish();
+
+    ux_Envelope& envelope_;
+    bool FromMailerDaemon_ = false;
+    bool UseArpaSender_;
+    bool DoRFC1327SenderMap_;
+    tf_File TFHandle_, DLHandle_;
+    std::int64_t HeaderPos_ = -1;
+    ux_UnixMsgHeader header_;
+    Msg_File MsgHandle_;
+    ux_RecipientWishes wishes_;
+};
+
+Conversion::Conversion(ux_Envelope& envelope)
+    : envelope_(envelope),
+      UseArpaSender_(cust_PresentAndTrue("UX_USE_ARPA_SENDER")),
+      DoRFC1327SenderMap_(cust_PresentAndTrue("UXI_DO_1327_SENDER_MAP")) {
+    bool IsMailerDaemon = false;
+    FromMailerDaemon_ = ux_IsNullName(envelope.pArpaSender, &IsMailerDaemon) || IsMailerDaemon;
+    wishes_.DisallowNonDelivery = FromMailerDaemon_;
+}
+
+void Conversion::run() {
+    start_files();
+    parse_header();
+    write_creator();
+    if (ux_driver().GenObjFiles) mp_PutObjectFile("inetMessageHeader", header_.pHeaderRef, TFHandle_, 1, false);
+    attach_list();
+    convert_body();
+    finish();
+}
+
+void Conversion::start_files() {
+    TFHandle_ = tf_CreateFile();
+    int& AuditHandle = ux_audit().AuditHandle;
+    AuditHandle = aud_StartTransaction(kAuditMessage);
+    aud_LogCurrentTime(AuditHandle, kAuditTime);
+    if (!UseArpaSender_) {
+        if (ux_IsNullName(envelope_.pArpaSender, nullptr))
+            UseArpaSender_ = true;
+        else
+            aud_LogStr(AuditHandle, kAuditOriginator, envelope_.pArpaSender);
+    }
+    tf_Record record;
+    ux_InCreateHeaderRecord(0, 0, envelope_.ROCWanted, "", record);
+    tf_AppendRecord(TFHandle_, record);
+    HeaderPos_ = tf_MarkPrevRecord(TFHandle_);
+
+    DLHandle_ = tf_CreateFile();
+    ux_InCreateHeaderRecord(2, 1000, envelope_.ROCWanted, "", record);
+    tf_AppendRecord(DLHandle_, record);
+    ux_InCreateDLCountRec(record);
+    tf_AppendRecord(DLHandle_, record);
+}
+
+void Conversion::parse_header() {
+    header_ = ux_InParseUnixMsgHeader({.pTfHandle = TFHandle_,
+                                       .DLHandle = DLHandle_,
+                                       .HeaderPos = HeaderPos_,
+                                       .FromMailerDaemon = FromMailerDaemon_,
+                                       .pArpaSender = envelope_.pArpaSender,
+                                       .pEnvid = envelope_.pEnvid});
+}
+
+// Sender before From, or From before Sender; empty when neither names anybody.
+std::string Conversion::chosen_originator() const {
+    const std::string& first = DoRFC1327SenderMap_ ? header_.pSender822 : header_.pFirstFrom;
+    const std::string& second = DoRFC1327SenderMap_ ? header_.pFirstFrom : header_.pSender822;
+    for (const std::string* address : {&first, &second})
+        if (!ux_IsNullName(*address, nullptr)) return *address;
+    return {};
+}
+
+std::string native_name(std::string address) {
+    std::string name;
+    ux_InConvArpaORNToORN(address, name, false);
+    return name;
+}
+
+void Conversion::write_creator() {
+    const std::string chosen = chosen_originator();
+    std::string CreatorORN = chosen.empty() ? std::string() : native_name(chosen);
+    if (UseArpaSender_)
+        write_chosen_creator(chosen, std::move(CreatorORN));
+    else
+        write_envelope_creator(CreatorORN);
+}
+
+void Conversion::write_envelope_creator(const std::string& CreatorORN) {
+    tf_Record record;
+    ux_InCreateCreatorRecord(native_name(envelope_.pArpaSender), record);
+    tf_AppendRecord(TFHandle_, record);
+    if (CreatorORN.empty()) return;
+    ux_InCreateP2OriginatorRecord(CreatorORN, record);
+    tf_AppendRecord(TFHandle_, record);
+}
+
+// A message that nobody can be named for goes in the Postmaster's name; it is not refused.
+void Conversion::write_chosen_creator(const std::string& chosen, std::string CreatorORN) {
+    if (CreatorORN.empty()) CreatorORN = native_name(envelope_.pArpaSender);
+    if (CreatorORN.empty()) {
+        er_LogMsg(5, kGatewayGroup, kNoOriginator, header_.pRfc2047subjectD, ux_identifiers().pLogArpaMsgId);
+        envelope_.pArpaSender = kPostmaster;
+        CreatorORN = native_name(envelope_.pArpaSender);
+    } else if (!chosen.empty()) {
+        aud_LogStr(ux_audit().AuditHandle, kAuditOriginator, chosen);
+    }
+    tf_Record record;
+    ux_InCreateCreatorRecord(CreatorORN, record);
+    tf_AppendRecord(TFHandle_, record);
+}
+
+// The address lists of the header are the message's first attached file.
+void Conversion::attach_list() {
+    MsgHandle_ = Msg_CreateFile(kFilterRoute);
+    TFREC_content_file file;
+    tf_initTFREC_content_file(file, kListFileType);
+    file.contentFlags = kListFileKind;
+    file.rfc2047subject = header_.pRfc2047subjectD;
+    tf_Record record;
+    tf_ContentFileRecFromStruc(record, file);
+    tf_AppendRecord(TFHandle_, record);
+    Msg_AttachFile(MsgHandle_, DLHandle_.release_item());
+}
+
+void Conversion::convert_body() {
+    if (header_.pEndOfMsg) return ux_InTidyHeader(header_.pHeaderRef);
+    if (header_.pMimeMsg) er_TracedEscape(kGatewayGroup, kNotConverted, "MIME body");
+    if (header_.pRfc1154) er_TracedEscape(kGatewayGroup, kNotConverted, "RFC 1154 body");
+    ux_InTidyHeader(header_.pHeaderRef);
+    ux_InParseUnixMsgContent({.TfHandle = TFHandle_,
+                              .pParentRfc2047subject = header_.pRfc2047subjectD,
+                              .UudecodeMsg = header_.pUudecodeMsg,
+                              .pEncoding = header_.ppEncoding,
+                              .MsgHandle = MsgHandle_,
+                              .EndOfMsg = header_.pEndOfMsg});
+}
+
+void Conversion::finish() {
+    if (!header_.pEndOfMsg) er_TracedEscape(kGatewayGroup, kTextNotEnded);
+    wishes_.MDNWanted = header_.pMDNWanted;
+    if (wishes_.MDNWanted && wishes_.AckReq < kDispositionAck) wishes_.AckReq = kDispositionAck;
+    ux_InAddRecipsToTF(TFHandle_, wishes_);
+    MsgHandle_.finish(std::move(TFHandle_));
+    Q_PutMsgOnQueue(kQueueName, MsgHandle_, header_.Priority);
+    aud_EndTransaction(ux_audit().AuditHandle);
+}
+
+}  // namespace
+
+ux_DriverState& ux_driver() {
+    static ux_DriverState state;
+    return state;
+}
+
+void ux_InConvUnixMsgToMorvane(ux_Envelope& envelope) {
+    const er_Trace trace("ux_InConvUnixMsgToMorvane");
+    Conversion(envelope).run();
+}

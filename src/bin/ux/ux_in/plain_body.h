@@ -1,0 +1,25 @@
+// Bodies that are neither MIME nor RFC 1154: plain text, with uuencoded items in it where the message is a candidate
+// for them. Every run of text and every item becomes a body part of its own.
+#pragma once
+
+#include <string_view>
+
+#include "im/im.h"
+#include "msg/msg.h"
+#include "tf/file.h"
+
+struct ux_UnixMsgContent {
+    tf_File& TfHandle;                       // gets one content-file record a part
+    Msg_File& MsgHandle;                     // gets the parts' items
+    std::string_view pParentRfc2047subject;  // subject of every text part
+    std::string_view pEncoding;              // part-information list, may be empty; read only with UudecodeMsg
+    bool UudecodeMsg = false;                // recognise uuencoded items
+    bool EndOfMsg = false;                   // in and out: the end line has been read
+};
+
+// Reads the message's text to its end line and makes body parts of it; at least one, empty when there is no text.
+// Raises 102/1401 when the input ends before, 102/1412 when text cannot be written, and what attaching raises.
+void ux_InParseUnixMsgContent(ux_UnixMsgContent& content);
+
+// A new data item for a text part. Logs 1520.
+im_Item ux_InCreateTextPart();
