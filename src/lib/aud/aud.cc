@@ -2,7 +2,12 @@
 #include "aud/aud.h"
 
 #include <fcntl.h>
+#include <sys/file.h>
 #include <unistd.h>
+
+#include <cerrno>
+#include <exception>
+#include <optional>
 
 #include "cust/cust.h"
 #include "er/er.h"
@@ -13,7 +18,7 @@ namespace {
 constexpr std::string_view kTrail = "~/logs/audit.jsonl";
 
 struct State {
-    bool enabled = true;
+    std::optional<bool> enabled;  // nothing: not read yet
     int last_handle = 0;
     int open_handle = kAudNone;
     std::string entries;  // JSON so far, inside the brackets
@@ -38,12 +43,31 @@ void append_utf8(std::string& out, unsigned char latin1) {
     out += static_cast<char>(0x80 | (latin1 & 0x3F));
 }
 
-// Whether a well-formed UTF-8 sequence of two or more bytes starts at `text`; its length then, else 0.
-std::size_t multibyte_length(std::string_view text) {
-    // er_Printable keeps well-formed sequences and rewrites all else, so it answers for every candidate length.
-    for (std::size_t length = 2; length <= 4 && length <= text.size(); ++length)
-        if (er_Printable(text.substr(0, length)) == text.substr(0, length)) return length;
-    return 0;
+std::string line_of(const State& s) {
+    return "{\"type\":" + std::to_string(s.type) + ",\"time\":" + std::to_string(os_Date().seconds) +
+           ",\"pid\":" + std::to_string(::getpid()) + ",\"entries\":[" + s.entries + "]}\n";
+}
+
+// Keeps the others out until the trail is closed: a file grows page by page while somebody writes to it, so that its
+// end says nothing.
+void lock(int trail) {
+    while (::flock(trail, LOCK_EX) != 0)
+        if (errno != EINTR) er_SystemEscape(errno, "lock");
+}
+
+// Whether the trail ends within a line: the writer before us met a full disk.
+bool is_cut(int trail) {
+    const std::uint64_t size = os_fsize(trail);
+    char last = '\n';
+    if (size != 0) os_pread(trail, &last, 1, size - 1);
+    return last != '\n';
+}
+
+void append_line(std::string line) {
+    const os_Fd trail = os_open(kTrail, O_RDWR | O_APPEND | O_CREAT, 0600);
+    lock(trail.get());
+    if (is_cut(trail.get())) line.insert(0, 1, '\n');
+    os_write_all(trail.get(), line);
 }
 
 }  // namespace
@@ -63,7 +87,7 @@ std::string aud_json_string(std::string_view text) {
             out += hex[byte & 15];
         } else if (byte < 0x80) {
             out += text[i];
-        } else if (const std::size_t length = multibyte_length(text.substr(i, 4)); length != 0) {
+        } else if (const std::size_t length = er_utf8_length(text.substr(i, 4)); length != 0) {
             out.append(text.substr(i, length));
             i += length - 1;
         } else {
@@ -73,10 +97,11 @@ std::string aud_json_string(std::string_view text) {
     return out += '"';
 }
 
-void aud_GetSetLogConfig(int) { state().enabled = cust_GetBoolean("AUDIT", true); }
+void aud_GetSetLogConfig(int) { state().enabled.reset(); }
 
 int aud_StartTransaction(int type) {
     State& s = state();
+    if (!s.enabled) s.enabled = cust_GetBoolean("AUDIT", true);
     s.open_handle = ++s.last_handle;
     s.entries.clear();
     s.type = type;
@@ -102,23 +127,21 @@ void aud_LogORNandInet(int handle, int code, std::string_view name, std::string_
 }
 
 void aud_EndTransaction(int& handle) {
-    State& s = state();
-    if (is_open(handle) && s.enabled) {
-        const er_StatusKeeper keeper;
+    if (is_open(handle) && state().enabled.value_or(true)) {
         try {
-            const std::string line = "{\"type\":" + std::to_string(s.type) + ",\"time\":" + std::to_string(os_Date().seconds) +
-                                     ",\"pid\":" + std::to_string(::getpid()) + ",\"entries\":[" + s.entries + "]}\n";
-            const os_Fd trail = os_open(kTrail, O_WRONLY | O_APPEND | O_CREAT, 0600);
-            os_write_all(trail.get(), line);
-        } catch (const er_Escape& escape) {
-            er_LogMsg(3, kGatewayGroup, 0, "audit trail", escape.what());
+            const er_StatusKeeper keeper;
+            append_line(line_of(state()));
+        } catch (const std::exception& failure) {  // the message is queued by now: whatever it is, it stays here
+            er_LogMsg(3, kGatewayGroup, 0, "audit trail", failure.what());
         }
     }
     aud_AbortTransaction(handle);
 }
 
 void aud_AbortTransaction(int& handle) {
+    if (is_open(handle)) {
+        state().open_handle = kAudNone;
+        state().entries.clear();
+    }
     handle = kAudNone;
-    state().open_handle = kAudNone;
-    state().entries.clear();
 }

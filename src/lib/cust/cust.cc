@@ -5,8 +5,8 @@
 
 #include <cerrno>
 #include <charconv>
-#include <map>
 #include <limits>
+#include <map>
 #include <variant>
 
 #define TOML_ENABLE_FORMATTERS 0
@@ -25,10 +25,12 @@ struct Value {
     unsigned line = 0;
 };
 
+using Values = std::map<std::string, Value, std::less<>>;
+
 struct State {
     bool loaded = false;
     std::string path;  // empty: the home's file
-    std::map<std::string, Value, std::less<>> values;
+    Values values;
 };
 
 State& state() {
@@ -54,23 +56,26 @@ Value scalar(std::string_view key, const toml::node& node) {
     if (const auto* truth = node.as_boolean()) return {truth->get(), line};
     if (const auto* number = node.as_integer()) return {number->get(), line};
     if (const auto* text = node.as_string()) return {text->get(), line};
-    refuse(line, "key " + std::string(key) + ": a truth, a number or a text is wanted");
+    refuse(line, "key " + std::string(key) + ": a truth, a whole number or a text is wanted");
+}
+
+Values values_of(const std::string& text) {
+    Values values;
+    try {
+        const toml::table table = toml::parse(text);
+        for (const auto& [key, node] : table) values.emplace(key.str(), scalar(key.str(), node));
+    } catch (const toml::parse_error& error) {
+        refuse(error.source().begin.line, error.description());
+    }
+    return values;
 }
 
 void load() {
     State& s = state();
     s.values.clear();
-    if (os_Fd fd = os_open_if_there(file_name(), O_RDONLY); !fd) {
-        s.loaded = true;
-        return;
-    }
-    const std::string text = os_read_file(file_name(), kFileLimit);
-    try {
-        const toml::table table = toml::parse(text);
-        for (const auto& [key, node] : table) s.values.emplace(key.str(), scalar(key.str(), node));
-    } catch (const toml::parse_error& error) {
-        refuse(error.source().begin.line, error.description());
-    }
+    const std::string name = file_name();
+    if (const os_Fd file = os_open_if_there(name, O_RDONLY); file)
+        er_Translate([&] { s.values = values_of(os_read_rest(file.get(), kFileLimit, name)); });
     s.loaded = true;
 }
 

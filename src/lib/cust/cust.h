@@ -1,7 +1,8 @@
 // Configuration: the keys of "~/sys/gateway.toml" (top level, KEY = value). The file is read once, when a key is
 // first asked for; a missing file has no keys. A file that cannot be read as TOML, or a key whose value is a
-// table, an array or a date, is logged at level 3 with file, line and key and raises (group 1, EINVAL): mail
-// is then refused for a time rather than handled by half a configuration.
+// table, an array, a date or a fraction, is logged at level 3 with file, line and key and raises (group 1, EINVAL):
+// mail is then refused for a time rather than handled by half a configuration. Nothing is remembered of such a file:
+// whoever asks next reads it again.
 //
 // True is: true, an integer other than 0, a text that begins with T, t, Y, y or 1.
 #pragma once

@@ -44,10 +44,10 @@ private:
 [[noreturn]] void er_SystemEscape(int error, std::string detail, const char* file = __builtin_FILE(),
                                   int line = __builtin_LINE());
 
-int er_GetGroup();           // group and reason of the last escape that was raised
+int er_GetGroup();  // group and reason of the last escape that was raised
 int er_GetReason();
-bool er_GetLive();           // has it still to travel on?
-void er_Accept(int level);   // logs it at `level` with its catalog text; 5 and above: it is no longer live
+bool er_GetLive();          // has it still to travel on?
+void er_Accept(int level);  // logs it at `level` with its catalog text; 5 and above: it is no longer live
 
 // er_RecordStatus ... er_RestoreStatus: while an object lives, escapes may come and go; at its end the status is
 // again what it was, so that the first error stays the one reported.
@@ -68,17 +68,21 @@ private:
 void er_TryIgnoring(const std::function<void()>& work);
 
 // Runs `work`; what the standard library throws in it (bad_alloc, filesystem_error, anything) leaves as an
-// escape of the system group, so that handlers that accept errors see it.
+// escape of the system group, so that handlers that accept errors see it: ENOMEM, the errno that a system_error
+// carries, else EINVAL. An escape leaves as it is.
 void er_Translate(const std::function<void()>& work);
 
 // One argument of a log line.
 struct er_Arg {
     er_Arg(std::string_view value) : text(value) {}
-    er_Arg(const char* value) : text(value) {}
+    er_Arg(const char* value) : text(value == nullptr ? "" : value) {}
     er_Arg(const std::string& value) : text(value) {}
     er_Arg(int value) : number(value), is_number(true) {}
+    er_Arg(unsigned value) : number(value), is_number(true) {}
     er_Arg(long value) : number(value), is_number(true) {}
+    er_Arg(long long value) : number(value), is_number(true) {}
     er_Arg(unsigned long value) : number(static_cast<std::int64_t>(value)), is_number(true) {}
+    er_Arg(unsigned long long value) : number(static_cast<std::int64_t>(value)), is_number(true) {}
     std::string_view text;
     std::int64_t number = 0;
     bool is_number = false;
@@ -104,8 +108,12 @@ void er_LogMsg(int level, int set, int number, const Args&... args) {
 // Fills a catalog format with arguments, the way er_LogMsg does but without escaping bytes.
 std::string er_Format(std::string_view format, std::initializer_list<er_Arg> args);
 
-// `text` with control characters and bytes that are not part of valid UTF-8 written as \xNN.
+// `text` with control characters (those of ISO 6429 in U+0080..U+009F too) and bytes that are not part of valid UTF-8
+// written as \xNN.
 std::string er_Printable(std::string_view text);
+
+// Length of the well-formed UTF-8 sequence at the start of `text` (RFC 3629, section 4), 0 when there is none.
+std::size_t er_utf8_length(std::string_view text);
 
 // Traces entry and exit of a routine at level 15. Below that level it costs one comparison.
 class er_Trace {
@@ -123,14 +131,15 @@ private:
     const char* routine_;
 };
 
-// One trace line at `level` (15): `entering` 1 on entry, 0 on exit.
+// One trace line at `level` (15), "102.0 enter NAME": `entering` 1 on entry, 0 ("leave") on exit.
 void er_RealLogProc(int level, const char* name, int entering);
 
 // The text of a catalog number, or an empty view when there is none. Must stay good until the next call.
 using er_TextLookup = std::function<std::string_view(int set, int number)>;
 using er_Sink = std::function<void(std::string_view line)>;  // gets whole lines, LF included
 
-// Until er_SetSink is called, lines wait (at most 1,000; then the oldest go). A sink must not raise.
+// Until er_SetSink is called, lines wait (at most 1,000; then the oldest go); those above the level that holds when the
+// sink comes are dropped. What a sink raises is swallowed.
 void er_Init(std::string_view program, int level);
 void er_SetLevel(int level);
 void er_SetTexts(er_TextLookup texts);

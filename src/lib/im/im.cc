@@ -6,32 +6,38 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <charconv>
 #include <cstring>
-#include <ctime>
 #include <utility>
+#include <vector>
 
 #include "er/er.h"
 
 namespace {
 
 constexpr std::size_t kFirstRoom = 4096;
-constexpr std::size_t kBlock = std::size_t{128} << 10;  // an item below it is kept in memory; larger ones are written in such blocks
-constexpr std::int64_t kEpoch = 1'577'836'800'000;      // 2020-01-01 in milliseconds
-constexpr std::uint64_t kClockBits = 42;
-constexpr std::uint64_t kProcessMask = (std::uint64_t{1} << 22) - 1;
-constexpr std::string_view kLockFile = "~/sys/config";
-constexpr std::int64_t kLockBase = std::int64_t{1} << 32;
+constexpr std::int64_t kEpoch = 1'577'836'800'000;  // 2020-01-01 in milliseconds
+constexpr std::string_view kIdsFile = "~/sys/ids";
+constexpr unsigned kIdBits = 12;  // of an id, within its block
+constexpr unsigned kIdsInBlock = 1U << kIdBits;
+constexpr std::uint64_t kLastBlock = (std::uint64_t{1} << (64 - kIdBits)) - 1;
 constexpr std::string_view kHex = "0123456789abcdef";
 
-// What the process holds of the store: the lock that says it lives, and the file systems to sync. Opened before
-// anything is written, so that no write error of the device goes unseen (errors are reported to descriptors that were open).
+// What the process holds of the store: ids that nobody else has, and the file systems to sync, opened before anything is
+// written to them: errors of a device are reported to descriptors that were open when they happened.
 struct Claim {
-    os_Fd lock;
-    os_Fd data;  // only when data/ lies on another file system than sys/
-    dev_t lock_device = 0, data_device = 0;
+    struct FileSystem {
+        dev_t device;
+        os_Fd folder;
+    };
     std::string home;
+    pid_t process = 0;
+    os_Fd ids;  // holds the locks
+    std::uint64_t block = 0;
+    unsigned used = kIdsInBlock;  // ids of the block that are gone
+    std::vector<FileSystem> file_systems;
 };
 
 Claim& claim() {
@@ -41,40 +47,91 @@ Claim& claim() {
 
 dev_t device_of(int fd) {
     struct stat info {};
-    return ::fstat(fd, &info) == 0 ? info.st_dev : 0;
+    if (::fstat(fd, &info) != 0) er_SystemEscape(errno, "fstat");
+    return info.st_dev;
 }
 
-// Says that this process has files in the making: a read lock on its own byte, which ends with the process.
-void stake_claim() {
+bool is_synced(const Claim& c, dev_t device) {
+    return std::any_of(c.file_systems.begin(), c.file_systems.end(),
+                       [&](const auto& fs) { return fs.device == device; });
+}
+
+// From now on what is written to the file system of `folder` is synced.
+void sync_folder(Claim& c, const std::string& folder) {
+    os_Fd fd = os_open(folder, O_RDONLY | O_DIRECTORY);
+    const dev_t device = device_of(fd.get());
+    if (!is_synced(c, device)) c.file_systems.push_back({device, std::move(fd)});
+}
+
+// The claim of this process on this home. What a forked child inherits is its parent's.
+Claim& staked_claim() {
     Claim& c = claim();
-    if (c.home == os_Home() && !c.home.empty()) return;
+    if (c.ids && c.process == ::getpid() && c.home == os_Home()) return c;
     c = Claim{};
-    c.lock = os_open_if_there(kLockFile, O_RDONLY);
-    if (c.lock) {
-        struct flock lock {};
-        lock.l_type = F_RDLCK;
-        lock.l_whence = SEEK_SET;
-        lock.l_start = kLockBase + ::getpid();
-        lock.l_len = 1;
-        ::fcntl(c.lock.get(), F_OFD_SETLK, &lock);  // a file system without locks: fsck then sees the process id alone
-        c.lock_device = device_of(c.lock.get());
-    }
-    os_Fd data = os_open("~/data", O_RDONLY | O_DIRECTORY);
-    c.data_device = device_of(data.get());
-    if (!c.lock || c.data_device != c.lock_device) c.data = std::move(data);
+    sync_folder(c, os_HomePath("~/data"));
+    sync_folder(c, os_HomePath("~/sys"));
+    c.ids = os_open(kIdsFile, O_RDWR | O_CREAT);
+    c.process = ::getpid();
     c.home = os_Home();
+    return c;
 }
 
-// The next file id; see im.h for its make-up. Milliseconds run ahead of the clock while ids are taken faster.
+// Locks belong to the open file, not to the process: they end when its last descriptor is closed, however that happens.
+void set_lock(int ids, short type, std::uint64_t byte) {
+    struct flock lock {};
+    lock.l_type = type;
+    lock.l_whence = SEEK_SET;
+    lock.l_start = static_cast<off_t>(byte);
+    lock.l_len = 1;
+    while (::fcntl(ids, F_OFD_SETLKW, &lock) != 0)
+        if (errno != EINTR) er_SystemEscape(errno, os_HomePath(kIdsFile));
+}
+
+// While it lives, no other process reads or writes the number of the last block.
+class CounterLock {
+public:
+    explicit CounterLock(int ids) : ids_(ids) { set_lock(ids_, F_WRLCK, 0); }
+    ~CounterLock() {
+        er_TryIgnoring([this] { set_lock(ids_, F_UNLCK, 0); });
+    }
+    CounterLock(const CounterLock&) = delete;
+    CounterLock& operator=(const CounterLock&) = delete;
+
+private:
+    int ids_;
+};
+
+std::uint64_t milliseconds_since_2020() {
+    const std::int64_t milliseconds = os_now_nanoseconds() / 1'000'000 - kEpoch;
+    return static_cast<std::uint64_t>(std::max<std::int64_t>(milliseconds, 1));
+}
+
+// The block taken last by whoever; 0 when there is none yet or the file is damaged: the clock then sees to it alone.
+std::uint64_t last_block(int ids) {
+    std::array<char, 8> bytes{};
+    if (os_pread(ids, bytes.data(), bytes.size(), 0) != bytes.size()) return 0;
+    std::uint64_t last = 0;
+    for (const char byte : bytes) last = last << 8 | static_cast<unsigned char>(byte);
+    return last < kLastBlock ? last : 0;
+}
+
+void take_block(Claim& c) {
+    const CounterLock lock(c.ids.get());
+    const std::uint64_t block = std::max(last_block(c.ids.get()) + 1, milliseconds_since_2020());
+    std::string bytes;
+    for (int shift = 56; shift >= 0; shift -= 8) bytes += static_cast<char>(block >> shift & 0xFF);
+    os_pwrite_all(c.ids.get(), bytes, 0);
+    set_lock(c.ids.get(), F_WRLCK, block);
+    c.block = block;
+    c.used = 0;
+}
+
+// The next file id; see im.h for its make-up.
 std::uint64_t next_id() {
-    static std::uint64_t last = 0;
-    timespec now{};
-    clock_gettime(CLOCK_REALTIME, &now);
-    const auto clock = static_cast<std::uint64_t>(std::int64_t{now.tv_sec} * 1000 + now.tv_nsec / 1'000'000 - kEpoch);
-    last = std::max(last + 1, clock);
-    const std::uint64_t turned = (last & ~std::uint64_t{0xFFF}) | ((last & 0xF) << 8) | ((last >> 4) & 0xFF);
-    const std::uint64_t process = static_cast<std::uint64_t>(::getpid()) & kProcessMask;
-    return (process << kClockBits) | (turned & ((std::uint64_t{1} << kClockBits) - 1));
+    Claim& c = staked_claim();
+    if (c.used == kIdsInBlock) take_block(c);
+    const std::uint64_t n = c.used++;
+    return c.block << kIdBits | (n & 0xF) << 8 | (((n >> 4) + c.block) & 0xFF);
 }
 
 void append_hex(std::string& out, std::uint64_t value, int digits) {
@@ -105,7 +162,16 @@ std::optional<ITEM_REF> im_FName2ItemRef(std::string_view path) {
     return ref;
 }
 
-std::uint32_t im_process_of(std::uint64_t file_id) { return static_cast<std::uint32_t>(file_id >> kClockBits); }
+bool im_maker_lives(std::uint64_t file_id) {
+    const os_Fd ids = os_open_if_there(kIdsFile, O_RDONLY);
+    if (!ids) return false;
+    struct flock lock {};
+    lock.l_type = F_WRLCK;
+    lock.l_whence = SEEK_SET;
+    lock.l_start = static_cast<off_t>(file_id >> kIdBits);
+    lock.l_len = 1;
+    return ::fcntl(ids.get(), F_OFD_GETLK, &lock) != 0 || lock.l_type != F_UNLCK;
+}
 
 void im_make_folders() {
     for (const im_Domain domain : {im_Domain::data, im_Domain::temporary}) {
@@ -121,7 +187,6 @@ void im_make_folders() {
 im_Item im_create(im_Domain domain, std::string_view extension) {
     im_Item item;
     item.ref_.domain = static_cast<std::uint16_t>(domain);
-    item.ref_.file_id = next_id();
     std::copy_n(extension.begin(), 4, item.ref_.extension.begin());
     return item;
 }
@@ -130,7 +195,7 @@ im_Item::im_Item(im_Item&& other) noexcept { *this = std::move(other); }
 
 im_Item& im_Item::operator=(im_Item&& other) noexcept {
     if (this == &other) return *this;
-    unlink();
+    drop();
     ref_ = std::exchange(other.ref_, ITEM_REF{});
     buffer_ = std::move(other.buffer_);
     used_ = std::exchange(other.used_, 0);
@@ -142,10 +207,16 @@ im_Item& im_Item::operator=(im_Item&& other) noexcept {
     return *this;
 }
 
-im_Item::~im_Item() { unlink(); }
+im_Item::~im_Item() { drop(); }
+
+void im_Item::drop() noexcept {
+    if (!kept_) return unlink();
+    on_disk_ = false;  // it is somebody else's now
+    unlink();
+}
 
 void im_Item::unlink() noexcept {
-    if (on_disk_ && !kept_) er_TryIgnoring([this] { os_unlink(im_ItemRef2FName(ref_)); });
+    if (on_disk_) er_TryIgnoring([this] { os_unlink(im_ItemRef2FName(ref_)); });
     fd_.reset();
     buffer_.reset();
     ref_ = ITEM_REF{};
@@ -153,17 +224,28 @@ void im_Item::unlink() noexcept {
     on_disk_ = kept_ = false;
 }
 
+const ITEM_REF& im_Item::ref() const {
+    if (ref_.file_id == 0 && ref_.domain != 0) ref_.file_id = next_id();
+    return ref_;
+}
+
 void im_Item::create_file() {
     if (on_disk_) return;
-    stake_claim();
     for (;;) {
-        const std::string path = im_ItemRef2FName(ref_);
+        const std::string path = im_ItemRef2FName(ref());
         fd_ = os_Fd(::open(path.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
-        if (fd_) break;
-        if (errno != EEXIST) er_SystemEscape(errno, path);
-        ref_.file_id = next_id();  // a clock that was set back; nobody has been told the id yet
+        if (fd_) {
+            on_disk_ = true;
+            Claim& c = staked_claim();
+            if (!is_synced(c, device_of(fd_.get()))) sync_folder(c, path.substr(0, path.rfind('/')));
+            return;
+        }
+        // EEXIST: ~/sys/ids was lost and the clock set back, or files were copied into the home.
+        if (errno == EEXIST)
+            ref_.file_id = next_id();
+        else if (errno != EINTR)
+            er_SystemEscape(errno, path);
     }
-    on_disk_ = true;
 }
 
 int im_Item::descriptor() const {
@@ -171,20 +253,32 @@ int im_Item::descriptor() const {
     return fd_.get();
 }
 
+// Appends to what the file holds; on a full disk the part that did fit is taken back.
+void im_Item::append_to_file(std::string_view data) {
+    try {
+        os_pwrite_all(descriptor(), data, in_file());
+    } catch (const er_Escape&) {
+        if (fd_ && ::ftruncate(fd_.get(), static_cast<off_t>(in_file())) != 0)
+            errno = 0;  // the first error is reported
+        throw;
+    }
+}
+
 void im_Item::flush() {
     create_file();
     if (used_ == 0) return;
-    os_pwrite_all(descriptor(), {buffer_.get(), used_}, in_file());
+    append_to_file({buffer_.get(), used_});
     used_ = 0;
 }
 
 void im_Item::grow(std::size_t wanted) {
-    if (used_ + wanted > kBlock) flush();
+    if (used_ + wanted > kKeptInMemory) flush();
     const std::size_t least = used_ + wanted;
     if (least <= room_) return;
     std::size_t room = std::max(room_ * 2, kFirstRoom);
     while (room < least) room *= 2;
-    auto larger = std::make_unique_for_overwrite<char[]>(room);
+    std::unique_ptr<char[]> larger;
+    er_Translate([&] { larger = std::make_unique_for_overwrite<char[]>(room); });
     if (used_ != 0) std::memcpy(larger.get(), buffer_.get(), used_);
     buffer_ = std::move(larger);
     room_ = room;
@@ -192,9 +286,9 @@ void im_Item::grow(std::size_t wanted) {
 
 void im_Item::write(std::string_view data) {
     if (data.size() > room_ - used_) {
-        if (data.size() >= kBlock) {
+        if (data.size() >= kKeptInMemory) {
             flush();
-            os_pwrite_all(descriptor(), data, size_);
+            append_to_file(data);
             size_ += data.size();
             return;
         }
@@ -207,9 +301,11 @@ void im_Item::write(std::string_view data) {
 }
 
 void im_Item::overwrite(std::uint64_t at, std::string_view data) {
+    if (at > size_ || data.size() > size_ - at) er_SystemEscape(EINVAL, "overwrite beyond the end of an item");
     const std::uint64_t border = in_file();
     if (at < border) {
-        const std::string_view part = data.substr(0, static_cast<std::size_t>(std::min<std::uint64_t>(data.size(), border - at)));
+        const std::string_view part =
+            data.substr(0, static_cast<std::size_t>(std::min<std::uint64_t>(border - at, data.size())));
         os_pwrite_all(descriptor(), part, at);
         data.remove_prefix(part.size());
         at += part.size();
@@ -263,9 +359,8 @@ std::string im_Item::path() {
 void im_UnlinkItem(const ITEM_REF& ref) { os_unlink(im_ItemRef2FName(ref)); }
 
 void im_SyncItems() {
-    Claim& c = claim();
-    for (const os_Fd* fd : {&c.lock, &c.data})
-        if (*fd && ::syncfs(fd->get()) != 0) er_SystemEscape(errno, "syncfs");
+    for (const Claim::FileSystem& file_system : claim().file_systems)
+        if (::syncfs(file_system.folder.get()) != 0) er_SystemEscape(errno, "syncfs");
 }
 
-bool im_syncs_device(dev_t device) { return device != 0 && (device == claim().lock_device || device == claim().data_device); }
+bool im_syncs_device(dev_t device) { return is_synced(claim(), device); }

@@ -6,10 +6,15 @@
 // behind. While an item is small it is memory only; it becomes a file when it outgrows kKeptInMemory or is placed
 // (attached to a message, or its path is really needed). An item that is deleted first never reaches the disk.
 //
-// File ids are unique for the life of the home: [22 bits process id][42 bits milliseconds since 2020, never repeated
-// within a process], the low twelve bits turned so that sixteen items in a row share a folder. The process id lets
-// `morvane fsck` tell the leavings of a dead process from the work of a living one: a process that has made an
-// item holds a read lock on byte (2^32 + process id) of ~/sys/config until it ends.
+// File ids are unique for the life of the home, across processes and restarts. Neither process ids, which come again,
+// nor the clock, which can be set back, are enough for that, so ids are handed out in blocks of 4096: [52 bits
+// block][12 bits within it, turned so that sixteen items in a row share a folder and blocks begin in different ones].
+// ~/sys/ids holds the block taken last, u64 big-endian; the next one is the greater of the one after it and the
+// milliseconds since 2020, so that a lost file repeats no id either. An id is taken when it is first asked for.
+//
+// A process holds a lock on byte number <block> of ~/sys/ids for each block that it has taken, until it ends: so
+// `morvane fsck` tells the leavings of a dead process from the work of a living one (im_maker_lives), in whatever
+// process namespace that runs.
 #pragma once
 
 #include <array>
@@ -20,6 +25,8 @@
 #include <string_view>
 
 #include "os/os.h"
+
+inline constexpr std::size_t kKeptInMemory = std::size_t{128} << 10;  // an item of so many bytes needs no file
 
 enum class im_Domain : std::uint16_t { data = 1, temporary = 4 };
 
@@ -44,8 +51,9 @@ inline constexpr std::string_view kScratchItem = "temp";
 std::string im_ItemRef2FName(const ITEM_REF& ref);
 // The other way: the reference that a path of the store names; nothing when it names none.
 std::optional<ITEM_REF> im_FName2ItemRef(std::string_view path);
-std::uint32_t im_process_of(std::uint64_t file_id);  // the process that made the id
-void im_make_folders();                              // lays down data/1 and data/4 (for `morvane init`)
+// Whether the process that took this id still runs (or, where locks cannot be asked, may run).
+bool im_maker_lives(std::uint64_t file_id);
+void im_make_folders();  // lays down data/1 and data/4 (for `morvane init`)
 
 class im_Item {
 public:
@@ -54,11 +62,11 @@ public:
     im_Item& operator=(im_Item&&) noexcept;
     ~im_Item();  // unlinks what was not kept; swallows failures
 
-    explicit operator bool() const { return !ref_.is_null(); }
-    const ITEM_REF& ref() const { return ref_; }
+    explicit operator bool() const { return ref_.domain != 0; }
+    const ITEM_REF& ref() const;  // takes the item's id when it has none yet, which raises where there is no home
     std::uint64_t size() const { return size_; }
 
-    // Appends. Writes reach the file in blocks of at least 64 KiB.
+    // Appends: everything, or nothing and an escape. Writes reach the file in large blocks.
     void write(std::string_view data);
     void write(char byte) {
         if (used_ == room_) grow(1);
@@ -74,7 +82,7 @@ public:
         used_ += bytes;
         size_ += bytes;
     }
-    // Overwrites bytes that are there already, in place.
+    // Overwrites bytes that are there already, in place; EINVAL beyond the end.
     void overwrite(std::uint64_t at, std::string_view data);
     // Cuts the item to `size` bytes.
     void truncate(std::uint64_t size);
@@ -87,22 +95,24 @@ public:
 
     // Makes it a file with everything written, and closes its descriptor. Writing may go on afterwards.
     void place();
-    std::string path();           // places it and names it
-    void keep() { kept_ = true; } // the destructor leaves the file alone from now on
-    void unlink() noexcept;       // deletes it now; the handle is empty afterwards
+    std::string path();            // places it and names it
+    void keep() { kept_ = true; }  // the destructor leaves the file alone from now on
+    void unlink() noexcept;        // deletes it now, kept or not; the handle is empty afterwards
 
 private:
     friend im_Item im_create(im_Domain, std::string_view);
     std::uint64_t in_file() const { return size_ - used_; }
+    void drop() noexcept;
     void grow(std::size_t wanted);
     void flush();
+    void append_to_file(std::string_view data);
     void create_file();
     int descriptor() const;  // opened again when the item was placed
 
-    ITEM_REF ref_;
+    mutable ITEM_REF ref_;            // its file id is 0 until somebody asks for it
     std::unique_ptr<char[]> buffer_;  // the tail that is not in the file yet
     std::size_t used_ = 0, room_ = 0;
-    std::uint64_t size_ = 0;          // of the whole item; size_ - used_ bytes are in the file
+    std::uint64_t size_ = 0;  // of the whole item; size_ - used_ bytes are in the file
     mutable os_Fd fd_;
     bool on_disk_ = false;
     bool kept_ = false;
@@ -112,8 +122,8 @@ private:
 im_Item im_create(im_Domain domain, std::string_view extension);
 inline im_Item im_CrNewDataItem() { return im_create(im_Domain::data, kDataItem); }
 
-// Makes everything that was written below the home's file system durable (files and the folders that name them) with
-// one wait: syncfs(2). Raises when the system reports that data was lost.
+// Makes every item that this process has placed durable, and the folders that name it, with one wait: syncfs(2), of
+// each file system that took one (usually there is but one). Raises when the system reports that data was lost.
 void im_SyncItems();
 bool im_syncs_device(dev_t device);  // does im_SyncItems cover this file system?
 
@@ -123,10 +133,12 @@ void im_UnlinkItem(const ITEM_REF& ref);
 // Reads an item front to back in lines or blocks without holding it: works on memory and on files.
 class im_Reader {
 public:
-    explicit im_Reader(const im_Item& item);        // the item must outlive the reader and not be written meanwhile
-    // The next line, at most `limit` bytes, its LF included when it has one; nothing at the end. Good until the next call.
+    explicit im_Reader(const im_Item& item);  // the item must outlive the reader and not be written meanwhile
+    im_Reader(const im_Item&&) = delete;
+    // The next line, at most `limit` bytes, its LF included when it has one; nothing at the end. The view is good until
+    // the next call.
     std::optional<std::string_view> line(std::size_t limit);
-    int peek();                                     // the next byte, or -1
+    int peek();  // the next byte, or -1
     void skip(std::size_t bytes) { position_ += bytes; }
     std::uint64_t position() const { return position_; }
     void seek(std::uint64_t position) { position_ = position; }

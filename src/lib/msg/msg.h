@@ -23,10 +23,10 @@ public:
     const ITEM_REF& ref() const { return item_.ref(); }
     std::size_t attached() const { return files_.size(); }
 
-    void attach(im_Item item);                 // places it: it is a file from now on
+    void attach(im_Item item);  // places it: it is a file from now on
     // Puts the main transfer file first, writes the message file and places everything. Nothing is synced.
     void finish(tf_File main);
-    void keep();                               // queued: nothing is deleted any more
+    void keep();  // queued: nothing is deleted any more
 
 private:
     friend Msg_File Msg_CreateFile(std::string_view route);
@@ -34,7 +34,7 @@ private:
 
     im_Item item_;
     std::string route_;
-    std::vector<ITEM_REF> files_;              // attached, in order; deleted when the message is not queued
+    std::vector<ITEM_REF> files_;  // attached, in order; deleted when the message is not queued
     ITEM_REF main_;
     bool open_ = false;
     bool kept_ = false;

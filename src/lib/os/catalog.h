@@ -9,7 +9,8 @@
 // it is then empty, and whoever needs a text has a fallback.
 void os_MCOpen(int set);
 void os_MCClose();
-// The text of a message of the opened set, or of `set`; empty when the catalog or the number is missing. The view is good until os_MCClose.
+// The text of a message of the opened set, or of `set`; empty when the catalog or the number is missing. The view is
+// good until os_MCClose or the next os_MCOpen.
 std::string_view os_MCGetMessage(int number);
 std::string_view os_MCGetMessage(int set, int number);
 // Where catalogs come from for this LANG: "de_DE.UTF-8" gives the first of nls/de_DE.UTF-8, nls/de_DE, nls/de,

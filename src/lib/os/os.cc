@@ -3,15 +3,17 @@
 
 #include <fcntl.h>
 #include <netdb.h>
+#include <poll.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <array>
 #include <cerrno>
-#include <climits>
 #include <ctime>
 #include <limits>
 #include <memory>
+
+#include <climits>
 
 #include "er/er.h"
 
@@ -20,6 +22,21 @@ namespace {
 std::string& home() {
     static std::string the_home;
     return the_home;
+}
+
+// After a read or write that moved nothing: returns when it is worth trying again, raises when it is not.
+void await_again(int fd, short event, int error, const char* what) {
+    if (error == EAGAIN) {
+        pollfd ready{fd, event, 0};
+        ::poll(&ready, 1, -1);
+    } else if (error != EINTR) {
+        er_SystemEscape(error, what);
+    }
+}
+
+bool is_folder(const std::string& path) {
+    struct stat info {};
+    return ::stat(path.c_str(), &info) == 0 && S_ISDIR(info.st_mode);
 }
 
 }  // namespace
@@ -55,7 +72,7 @@ void os_SetHome(std::string path) {
 const std::string& os_Home() { return home(); }
 
 std::string os_HomePath(std::string_view path) {
-    if (!path.starts_with("~/")) return std::string(path);
+    if (path != "~" && !path.starts_with("~/")) return std::string(path);
     std::string out;
     out.reserve(home().size() + path.size());
     out = home();
@@ -78,7 +95,10 @@ os_Fd os_open(std::string_view path, int flags, mode_t mode) {
     return fd;
 }
 
-bool os_fexists(std::string_view path) { return ::access(os_HomePath(path).c_str(), F_OK) == 0; }
+bool os_fexists(std::string_view path) {
+    struct stat info {};  // not access(2), which asks for the real user: it may not be allowed into the home
+    return ::stat(os_HomePath(path).c_str(), &info) == 0;
+}
 
 std::uint64_t os_fsize(int fd) {
     struct stat info {};
@@ -89,20 +109,19 @@ std::uint64_t os_fsize(int fd) {
 void os_write_all(int fd, std::string_view data) {
     while (!data.empty()) {
         const ssize_t written = ::write(fd, data.data(), data.size());
-        if (written < 0) {
-            if (errno == EINTR) continue;
-            er_SystemEscape(errno, "write");
-        }
-        data.remove_prefix(static_cast<std::size_t>(written));
+        if (written > 0)
+            data.remove_prefix(static_cast<std::size_t>(written));
+        else
+            await_again(fd, POLLOUT, written == 0 ? EIO : errno, "write");
     }
 }
 
 void os_pwrite_all(int fd, std::string_view data, std::uint64_t at) {
     while (!data.empty()) {
         const ssize_t written = ::pwrite(fd, data.data(), data.size(), static_cast<off_t>(at));
-        if (written < 0) {
-            if (errno == EINTR) continue;
-            er_SystemEscape(errno, "pwrite");
+        if (written <= 0) {
+            await_again(fd, POLLOUT, written == 0 ? EIO : errno, "pwrite");
+            continue;
         }
         data.remove_prefix(static_cast<std::size_t>(written));
         at += static_cast<std::uint64_t>(written);
@@ -113,7 +132,7 @@ std::size_t os_read(int fd, char* data, std::size_t room) {
     for (;;) {
         const ssize_t got = ::read(fd, data, room);
         if (got >= 0) return static_cast<std::size_t>(got);
-        if (errno != EINTR) er_SystemEscape(errno, "read");
+        await_again(fd, POLLIN, errno, "read");
     }
 }
 
@@ -121,26 +140,30 @@ std::size_t os_pread(int fd, char* data, std::size_t room, std::uint64_t at) {
     std::size_t have = 0;
     while (have < room) {
         const ssize_t got = ::pread(fd, data + have, room - have, static_cast<off_t>(at + have));
-        if (got < 0) {
-            if (errno == EINTR) continue;
-            er_SystemEscape(errno, "pread");
-        }
         if (got == 0) break;
+        if (got < 0) {
+            await_again(fd, POLLIN, errno, "pread");
+            continue;
+        }
         have += static_cast<std::size_t>(got);
     }
     return have;
 }
 
-std::string os_read_file(std::string_view path, std::size_t limit) {
-    const os_Fd fd = os_open(path, O_RDONLY);
+std::string os_read_rest(int fd, std::size_t limit, const std::string& name) {
     std::string content;
     std::array<char, 16384> block;
     for (;;) {
-        const std::size_t got = os_read(fd.get(), block.data(), block.size());
+        const std::size_t got = os_read(fd, block.data(), block.size());
         if (got == 0) return content;
-        if (content.size() + got > limit) er_SystemEscape(EFBIG, os_HomePath(path));
+        if (content.size() + got > limit) er_SystemEscape(EFBIG, name);
         content.append(block.data(), got);
     }
+}
+
+std::string os_read_file(std::string_view path, std::size_t limit) {
+    const os_Fd fd = os_open(path, O_RDONLY);
+    return os_read_rest(fd.get(), limit, os_HomePath(path));
 }
 
 void os_fsync(int fd) {
@@ -161,7 +184,7 @@ void os_mkdirs(std::string_view path, mode_t mode) {
     const std::string name = os_HomePath(path);
     for (std::size_t slash = name.find('/', 1);; slash = name.find('/', slash + 1)) {
         const std::string part = name.substr(0, slash);
-        if (::mkdir(part.c_str(), mode) != 0 && errno != EEXIST) er_SystemEscape(errno, part);
+        if (::mkdir(part.c_str(), mode) != 0 && (errno != EEXIST || !is_folder(part))) er_SystemEscape(errno, part);
         if (slash == std::string::npos) return;
     }
 }
@@ -179,7 +202,7 @@ std::optional<std::string> mdc_gethostbyname(const std::string& name) {
     addrinfo* found = nullptr;
     if (::getaddrinfo(name.c_str(), nullptr, &hints, &found) != 0) return std::nullopt;
     const std::unique_ptr<addrinfo, decltype(&::freeaddrinfo)> owner(found, ::freeaddrinfo);
-    if (found == nullptr || found->ai_canonname == nullptr) return std::nullopt;
+    if (found == nullptr || found->ai_canonname == nullptr || *found->ai_canonname == '\0') return std::nullopt;
     return std::string(found->ai_canonname);
 }
 

@@ -28,7 +28,7 @@ private:
     int fd_ = -1;
 };
 
-// The home of the chosen mail system. "~/sys/config" is below it; other paths stay as they are.
+// The home of the chosen mail system. "~" is it, "~/sys/config" below it; other paths stay as they are.
 void os_SetHome(std::string home);
 const std::string& os_Home();
 std::string os_HomePath(std::string_view path);
@@ -37,18 +37,22 @@ std::string os_HomePath(std::string_view path);
 os_Fd os_open(std::string_view path, int flags, mode_t mode = 0600);
 // The same, but a file that does not exist gives an empty handle.
 os_Fd os_open_if_there(std::string_view path, int flags, mode_t mode = 0600);
-bool os_fexists(std::string_view path);
+bool os_fexists(std::string_view path);  // as the effective user sees it
 std::uint64_t os_fsize(int fd);
 
-void os_write_all(int fd, std::string_view data);                       // raises on any failure, short writes go on
+// Reading and writing: signals that interrupt are retried, and a descriptor that its other holder made non-blocking is
+// waited for. Short writes go on; any failure raises.
+void os_write_all(int fd, std::string_view data);
 void os_pwrite_all(int fd, std::string_view data, std::uint64_t at);
-std::size_t os_read(int fd, char* data, std::size_t room);              // 0 at the end; EINTR is retried
+std::size_t os_read(int fd, char* data, std::size_t room);                     // 0 at the end
 std::size_t os_pread(int fd, char* data, std::size_t room, std::uint64_t at);  // fills `room` unless the file ends
-std::string os_read_file(std::string_view path, std::size_t limit);     // EFBIG above `limit`
+std::string os_read_file(std::string_view path, std::size_t limit);            // EFBIG above `limit`
+// The same for a descriptor, from where it stands; `name` is for the log.
+std::string os_read_rest(int fd, std::size_t limit, const std::string& name);
 void os_fsync(int fd);
-void os_unlink(std::string_view path);          // a missing file is no failure
+void os_unlink(std::string_view path);  // a missing file is no failure
 void os_rename(std::string_view from, std::string_view to);
-void os_mkdirs(std::string_view path, mode_t mode);
+void os_mkdirs(std::string_view path, mode_t mode);  // folders that exist stay as they are
 
 // The host's name as the system has it, at most `limit` - 1 characters. Never raises: "localhost" if all fails.
 std::string os_gethostname(std::size_t limit);

@@ -5,7 +5,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <array>
 #include <cerrno>
 #include <cstdio>
 #include <map>
@@ -86,12 +85,16 @@ public:
     }
     void close() { fd_.close_checked(); }
     void commit() {
-        if (::renameat(folders_.tmp.get(), name_.c_str(), folders_.fresh.get(), name_.c_str()) != 0)
+        if (!rename(RENAME_NOREPLACE) && (errno != EINVAL || !rename(0)))  // EINVAL: a file system without the flag
             er_SystemEscape(errno, folders_.path + "/new/" + name_);
         committed_ = true;
     }
 
 private:
+    bool rename(unsigned flags) {
+        return ::renameat2(folders_.tmp.get(), name_.c_str(), folders_.fresh.get(), name_.c_str(), flags) == 0;
+    }
+
     const Folders& folders_;
     std::string name_;
     os_Fd fd_;

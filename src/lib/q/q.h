@@ -13,23 +13,29 @@
 
 #include "msg/msg.h"
 
-// Queues messages in one entry: writes the entry, makes every file of theirs and the directories that name them
-// durable with one wait, renames the entry into new/ (the commit) and makes that durable. Raises before the rename or not
-// at all; afterwards failures are only logged. Every message must be finished (Msg_File::finish).
+// Queues messages (one at least) in one entry: writes the entry, makes every file of theirs and the directories that
+// name them durable with one wait, renames the entry into new/ (the commit) and makes that durable. Raises before the
+// rename or not at all; afterwards failures are only logged. Every message must be finished (Msg_File::finish).
 void Q_PutMsgsOnQueue(std::string_view queue, std::span<Msg_File* const> messages, int priority);
 void Q_PutMsgOnQueue(std::string_view queue, Msg_File& message, int priority);
-void Q_CloseQueues();                       // closes the descriptors that queueing kept open
+void Q_CloseQueues();                         // closes the descriptors that queueing kept open
 void Q_make_folders(std::string_view queue);  // for `morvane init`
 
-// For consumers and tools.
+// For consumers and tools. An entry belongs to who takes it: of several that try, one succeeds, the others get ENOENT.
+// A name that is not a plain file name is EINVAL, a damaged entry EILSEQ.
 struct Q_Entry {
-    std::string name;                       // file name
-    bool taken = false;                     // in cur/ rather than new/
+    std::string name;      // file name
+    bool taken = false;    // in cur/ rather than new/
+    bool damaged = false;  // not a sequence of records, or no message in it: nothing below is set
     int priority = 0;
     std::int64_t seconds = 0;
     std::vector<ITEM_REF> messages;
 };
-std::vector<Q_Entry> Q_List(std::string_view queue);   // in order of service, new/ before cur/
-Q_Entry Q_Take(std::string_view queue, const std::string& name);   // moves it to cur/
-void Q_Done(std::string_view queue, const std::string& name);      // deletes a taken entry and all files of its messages
-void Q_Remove(std::string_view queue, const std::string& name);    // the same for an entry that waits
+// In order of service, new/ before cur/; an entry that is taken or done meanwhile is listed once or not at all.
+std::vector<Q_Entry> Q_List(std::string_view queue);
+Q_Entry Q_Take(std::string_view queue, const std::string& name);  // moves it to cur/; a damaged entry stays in new/
+// Deletes a taken entry and all files of its messages: first the entry, durably, for files without an entry are
+// reclaimable and an entry without files is damage. Files that are gone already do not matter.
+void Q_Done(std::string_view queue, const std::string& name);
+// Takes a waiting entry and is done with it. Of a damaged one nothing but itself can be deleted.
+void Q_Remove(std::string_view queue, const std::string& name);

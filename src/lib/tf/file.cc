@@ -3,12 +3,31 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <limits>
 
 #include "er/er.h"
 
 namespace {
 constexpr std::size_t kReadAhead = std::size_t{64} << 10;
 constexpr std::size_t kCopyBlock = std::size_t{64} << 10;
+
+// The record up to where the object's bytes begin; its size, and that of the record around it, count them already.
+tf_Record object_head(std::string_view name, std::uint64_t length, std::int32_t first, bool wrap) {
+    constexpr std::uint64_t largest = std::numeric_limits<std::uint32_t>::max();
+    if (length + name.size() + 25 + kTfHeaderSize > largest) er_SystemEscape(EFBIG, std::string(name));
+    tf_Record head(TFREC_object_file);
+    head.put32(16, first);
+    head.put32(20, static_cast<std::int32_t>(length));
+    head.put_string(24, name);
+    const auto count_object = [&] { head.put32(0, static_cast<std::int32_t>(head.size() + length)); };
+    count_object();
+    if (wrap) {
+        tf_ChangeToWrapRec(head);
+        count_object();
+    }
+    return head;
+}
+
 }  // namespace
 
 tf_File tf_CreateFile() { return tf_open(im_create(im_Domain::data, kTransferFile)); }
@@ -39,38 +58,32 @@ bool tf_File::read(tf_Record& record) {
     const auto at = static_cast<std::uint64_t>(next_);
     if (at >= item_.size()) return false;
     const std::uint64_t left = item_.size() - at;
-    tf_Record head;
-    head.assign(std::string(bytes_at(at, 4)));
-    const auto size = static_cast<std::uint32_t>(head.get32(0));
-    if (size < kTfHeaderSize || size > left) er_SystemEscape(EILSEQ, "record at " + std::to_string(at));
+    const std::uint32_t size = tf_record_size(bytes_at(at, kTfHeaderSize));
+    if (size > left || size == 0) er_SystemEscape(EILSEQ, "record at " + std::to_string(at));
     record.assign(std::string(bytes_at(at, size)));
     last_read_ = next_;
+    last_size_ = size;
     next_ += size;
     return true;
 }
 
 void tf_File::overwrite(const tf_Record& record) {
+    if (last_read_ < 0 || record.size() != last_size_)
+        er_SystemEscape(EINVAL, "overwriting a record of another length");
     item_.overwrite(static_cast<std::uint64_t>(last_read_), record.bytes());
     window_.clear();
 }
 
-// The object's bytes are streamed behind a record head whose size already counts them.
 void mp_PutObjectFile(std::string_view name, const im_Item& object, tf_File& file, std::int32_t first, bool wrap) {
-    const std::uint64_t length = object.size();
-    if (length > 0xFFFF0000U) er_SystemEscape(EFBIG, std::string(name));
-    tf_Record head(TFREC_object_file);
-    head.put32(16, first);
-    head.put32(20, static_cast<std::int32_t>(length));
-    head.put_string(24, name);
-    const auto grown = [&](const tf_Record& record) {
-        return static_cast<std::int32_t>(static_cast<std::uint32_t>(record.size() + length));
-    };
-    head.put32(0, grown(head));
-    if (wrap) {
-        tf_ChangeToWrapRec(head);
-        head.put32(0, grown(head));
+    const tf_Record head = object_head(name, object.size(), first, wrap);
+    const std::uint64_t position = file.item().size();
+    try {
+        file.append(head);
+        std::string scratch;
+        for (std::uint64_t at = 0; at < object.size(); at += kCopyBlock)
+            file.item().write(object.view(at, kCopyBlock, scratch));
+    } catch (...) {
+        er_TryIgnoring([&] { file.item().truncate(position); });
+        throw;
     }
-    file.append(head);
-    std::string scratch;
-    for (std::uint64_t at = 0; at < length; at += kCopyBlock) file.item().write(object.view(at, kCopyBlock, scratch));
 }

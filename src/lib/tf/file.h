@@ -3,6 +3,9 @@
 #pragma once
 
 #include <cstdint>
+#include <string>
+#include <string_view>
+#include <utility>
 
 #include "im/im.h"
 #include "tf/record.h"
@@ -11,14 +14,17 @@ class tf_File {
 public:
     tf_File() = default;
     explicit operator bool() const { return static_cast<bool>(item_); }
-    im_Item& item() { return item_; }
+    im_Item& item() {
+        window_.clear();  // whoever asks may cut it and write something else
+        return item_;
+    }
     const im_Item& item() const { return item_; }
     im_Item release_item() { return std::move(item_); }
 
-    std::int64_t append(const tf_Record& record);     // returns its position
+    std::int64_t append(const tf_Record& record);  // returns its position
     void go_to(std::int64_t position) { next_ = position; }
-    bool read(tf_Record& record);                      // false at the end; raises EILSEQ on a size that cannot be
-    void overwrite(const tf_Record& record);           // the record just read, same length
+    bool read(tf_Record& record);             // false at the end; raises EILSEQ on a size that cannot be
+    void overwrite(const tf_Record& record);  // the record just read; raises EINVAL unless its length is the same
     std::int64_t previous() const { return previous_; }
 
 private:
@@ -27,11 +33,12 @@ private:
     std::string_view bytes_at(std::uint64_t at, std::size_t count);
 
     im_Item item_;
-    std::string window_;         // read ahead, when the file is no longer in memory
+    std::string window_;  // read ahead, when the file is no longer in memory
     std::uint64_t window_at_ = 0;
-    std::int64_t next_ = 0;      // where read() goes on
-    std::int64_t last_read_ = -1;
-    std::int64_t previous_ = -1; // the record appended last
+    std::int64_t next_ = 0;        // where read() goes on
+    std::int64_t last_read_ = -1;  // the record read last, and its size
+    std::size_t last_size_ = 0;
+    std::int64_t previous_ = -1;  // the record appended last
 };
 
 tf_File tf_CreateFile();
@@ -45,5 +52,6 @@ inline bool tf_ReadRecord(tf_File& file, tf_Record& record) { return file.read(r
 inline void tf_OverwriteRecord(tf_File& file, const tf_Record& record) { file.overwrite(record); }
 
 // Writes an object-file record (30700): the whole content of `object` at this moment under `name`, streamed;
-// `first` is i32@16, `wrap` puts it into a wrapped record.
+// `first` is i32@16, `wrap` puts it into a wrapped record. When it escapes, the transfer file is as it was. EFBIG: more
+// than a record can hold.
 void mp_PutObjectFile(std::string_view name, const im_Item& object, tf_File& file, std::int32_t first, bool wrap);

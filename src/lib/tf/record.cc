@@ -15,7 +15,7 @@ void store(char* to, std::uint64_t value, std::size_t width) {
 }
 
 std::uint64_t load(std::string_view bytes, std::size_t at, std::size_t width) {
-    if (at + width > bytes.size()) return 0;
+    if (at > bytes.size() || width > bytes.size() - at) return 0;
     std::uint64_t value = 0;
     for (std::size_t i = 0; i < width; ++i) value = (value << 8) | static_cast<unsigned char>(bytes[at + i]);
     return value;
@@ -31,8 +31,8 @@ void tf_Record::init(std::int32_t type) {
 
 void tf_Record::make_room(std::size_t end) {
     if (end <= bytes_.size()) return;
-    bytes_.resize(end, '\0');
-    store(bytes_.data() + kSizeAt, end, 4);
+    bytes_.resize(std::max(end, kTfHeaderSize), '\0');
+    store(bytes_.data() + kSizeAt, bytes_.size(), 4);
 }
 
 void tf_Record::put16(std::size_t at, std::int16_t value) {
@@ -83,8 +83,14 @@ ITEM_REF tf_Record::get_ref(std::size_t at) const {
     ref.flags = static_cast<std::uint16_t>(load(bytes_, at + 2, 2));
     ref.sub_domain = static_cast<std::uint32_t>(load(bytes_, at + 4, 4));
     ref.file_id = load(bytes_, at + 8, 8);
-    if (at + 20 <= bytes_.size()) std::copy_n(bytes_.begin() + static_cast<std::ptrdiff_t>(at) + 16, 4, ref.extension.begin());
+    if (at + 20 <= bytes_.size())
+        std::copy_n(bytes_.begin() + static_cast<std::ptrdiff_t>(at) + 16, 4, ref.extension.begin());
     return ref;
+}
+
+std::uint32_t tf_record_size(std::string_view bytes) {
+    const auto size = static_cast<std::uint32_t>(load(bytes, kSizeAt, 4));
+    return size < kTfHeaderSize ? 0 : size;
 }
 
 void tf_InitRecord(tf_Record& record, std::int32_t type) { record.init(type); }

@@ -80,7 +80,7 @@ public:
     std::int16_t get16(std::size_t at) const;
     std::int32_t get32(std::size_t at) const;
     std::int64_t get64(std::size_t at) const;
-    std::string_view get_string(std::size_t at) const;              // good while the record is
+    std::string_view get_string(std::size_t at) const;  // good while the record is
     ITEM_REF get_ref(std::size_t at) const;
 
     std::string_view bytes() const { return bytes_; }
@@ -90,6 +90,9 @@ private:
     void make_room(std::size_t end);
     std::string bytes_;
 };
+
+// Size of the record that starts with `bytes`, 0 when it is less than a record head or not even there.
+std::uint32_t tf_record_size(std::string_view bytes);
 
 void tf_InitRecord(tf_Record& record, std::int32_t type);
 void tf_PutINT16(tf_Record& record, std::size_t at, std::int16_t value);
@@ -111,8 +114,8 @@ struct TFREC_content_file {
     std::uint32_t contentFlags = 0;
     std::int32_t fileSize = 0;
     std::string latinSubject, pOrigFileName, pContentLang, pContentCharset, subjLang, latinSubjCharset,
-        pX400_DataObjectId, pX400_ParamsObjectId, t61Subject, t61SubjCharset, pOrigCharset, pApplicRef, pMIMEContentType,
-        pContentDisp, pContentID, pContentLocation, rfc2047subject;
+        pX400_DataObjectId, pX400_ParamsObjectId, t61Subject, t61SubjCharset, pOrigCharset, pApplicRef,
+        pMIMEContentType, pContentDisp, pContentID, pContentLocation, rfc2047subject;
 };
 void tf_initTFREC_content_file(TFREC_content_file& file, std::int32_t type);
 void tf_ContentFileRecFromStruc(tf_Record& record, const TFREC_content_file& file);

@@ -8,7 +8,7 @@
 #include "cust/cust.h"
 #include "er/er.h"
 #include "inet/address.h"
-#include "mim/text.h"
+#include "mim/mim.h"
 #include "os/os.h"
 #include "ux_in/addresses.h"
 #include "ux_in/charsets.h"

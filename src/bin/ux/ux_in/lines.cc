@@ -10,6 +10,7 @@
 #include <cstring>
 #include <optional>
 #include <utility>
+#include <utility>
 
 #include "er/er.h"
 
@@ -30,7 +31,7 @@ std::size_t without_returns(std::span<const char> piece) {
 
 // A NUL would end the text for every reader of records; it is a blank to us, so that what follows it is not lost.
 void blank_nuls(std::span<char> piece) {
-    if (std::memchr(piece.data(), '\0', piece.size()) == nullptr) return;
+    if (piece.empty() || std::memchr(piece.data(), '\0', piece.size()) == nullptr) return;
     std::replace(piece.begin(), piece.end(), '\0', ' ');
 }
 

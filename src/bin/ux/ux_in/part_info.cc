@@ -115,6 +115,7 @@ ux_PartInfo ux_InGetNextPartInfo(std::optional<std::string_view> pArg) {
     }
 
     ux_PartInfo info;
+    info.listed = state.pSavedNextPartPtr < state.pSavedArg.size();
     const std::string_view entry = take_entry(state);
     info.found = !entry.empty();
     if (info.found) {

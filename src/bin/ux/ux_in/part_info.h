@@ -34,7 +34,8 @@ void ux_reset_part_info();
 const std::string& ux_InAppendEncodingInfo(std::string_view pArgument, bool Reset);
 
 struct ux_PartInfo {
-    bool found = false;         // the list has an entry for this part
+    bool listed = false;        // the list has a place for this part,
+    bool found = false;         // and an entry there
     std::string Keyword;        // always empty; entries of other kinds of list have one
     std::int16_t Filecode = 0;  // 0 to 9999
     std::string CharSet;        // at most 14 characters

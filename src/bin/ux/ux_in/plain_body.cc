@@ -27,12 +27,13 @@ constexpr int kPartThrownAway = 1527;
 // One body on its way into parts.
 class PlainBody {
 public:
-    explicit PlainBody(ux_UnixMsgContent& content);
+    explicit PlainBody(const ux_UnixMsgContent& content);
     void convert();
 
 private:
     bool drop_line(const ux_MailText& line);
     std::optional<std::string> item_name(const ux_MailText& line);
+    void next_info();
     void take_item(const std::string& RawItemSubject);
     void take_text(const ux_MailText& line);
     std::string_view converted(std::string_view text, bool whole);
@@ -42,7 +43,7 @@ private:
     bool convert_part(ux_ContentItem& part, bool AsciiFile);
     void attach_part(ux_ContentItem& part, std::string_view subject);
 
-    ux_UnixMsgContent& content_;
+    const ux_UnixMsgContent& content_;
     const std::string& FromCharSet_;
     ux_PartInfo info_;                      // of the next part, with the conversion of its text
     std::optional<std::string> stop_text_;  // a line that begins with it ends uudecoding
@@ -58,7 +59,7 @@ private:
     std::string line_, converted_;
 };
 
-PlainBody::PlainBody(ux_UnixMsgContent& content)
+PlainBody::PlainBody(const ux_UnixMsgContent& content)
     : content_(content), FromCharSet_(ux_charsets().FromCharSet), uudecode_(content.UudecodeMsg) {
     if (uudecode_) {
         info_ = ux_InGetNextPartInfo(content.pEncoding);
@@ -113,6 +114,11 @@ std::optional<std::string> PlainBody::item_name(const ux_MailText& line) {
     return name;
 }
 
+// An empty entry says nothing about its part, but the list goes on behind it.
+void PlainBody::next_info() {
+    if (info_.listed) info_ = ux_InGetNextPartInfo(std::nullopt);
+}
+
 void PlainBody::take_item(const std::string& RawItemSubject) {
     if (text_) close_text(true);
     if (!std::exchange(UudecodeEventLogged_, true)) er_LogMsg(9, kGatewayGroup, kUuencodedItemFound);
@@ -122,8 +128,8 @@ void PlainBody::take_item(const std::string& RawItemSubject) {
     if (info_.found) {
         part.FileType = info_.Filecode;
         part.CharSet = info_.CharSet;
-        info_ = ux_InGetNextPartInfo(std::nullopt);
     }
+    next_info();
     if (convert_part(part, false)) attach_part(part, ux_InBuildMimeSubject(RawItemSubject));
     Skip1EndLine_ = true;
     Skip1BlankLine_ = false;
@@ -171,8 +177,8 @@ void PlainBody::close_text(bool more_parts) {
     if (info_.found) {
         part.FileType = info_.Filecode;
         if (!info_.DoConv && !info_.CharSet.empty()) part.CharSet = info_.CharSet;
-        if (more_parts) info_ = ux_InGetNextPartInfo(std::nullopt);
     }
+    if (more_parts) next_info();
     if (convert_part(part, std::exchange(AsciiSoFar_, true))) attach_part(part, content_.pParentRfc2047subject);
 }
 
@@ -207,7 +213,7 @@ im_Item ux_InCreateTextPart() {
     return item;
 }
 
-void ux_InParseUnixMsgContent(ux_UnixMsgContent& content) {
+void ux_InParseUnixMsgContent(const ux_UnixMsgContent& content) {
     const er_Trace trace("ux_InParseUnixMsgContent");
     PlainBody(content).convert();
 }

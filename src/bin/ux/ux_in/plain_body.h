@@ -10,16 +10,16 @@
 
 struct ux_UnixMsgContent {
     tf_File& TfHandle;                       // gets one content-file record a part
-    Msg_File& MsgHandle;                     // gets the parts' items
     std::string_view pParentRfc2047subject;  // subject of every text part
-    std::string_view pEncoding;              // part-information list, may be empty; read only with UudecodeMsg
     bool UudecodeMsg = false;                // recognise uuencoded items
-    bool EndOfMsg = false;                   // in and out: the end line has been read
+    std::string_view pEncoding;              // part-information list, may be empty; read only with UudecodeMsg
+    Msg_File& MsgHandle;                     // gets the parts' items
+    bool& EndOfMsg;                          // in and out: the end line has been read
 };
 
 // Reads the message's text to its end line and makes body parts of it; at least one, empty when there is no text.
 // Raises 102/1401 when the input ends before, 102/1412 when text cannot be written, and what attaching raises.
-void ux_InParseUnixMsgContent(ux_UnixMsgContent& content);
+void ux_InParseUnixMsgContent(const ux_UnixMsgContent& content);
 
 // A new data item for a text part. Logs 1520.
 im_Item ux_InCreateTextPart();

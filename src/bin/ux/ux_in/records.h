@@ -144,14 +144,14 @@ void ux_InCreateDateRecord(std::int32_t RecType, std::int32_t GMTTime, std::int1
 
 // What a recipient record says.
 struct ux_RecipientFields {
-    int Category = 0;             // 0 From, 1 To, 2 Cc, 3 Bcc; only three bits survive
-    std::string_view pRecipient;  // native name
+    int Category = 0;                  // 0 From, 1 To, 2 Cc, 3 Bcc; only three bits survive
+    std::string_view pRecipient = {};  // native name
     bool DisallowNonDelivery = false;
     std::int16_t AckReq = 0;  // acknowledgement level, four bits
     bool ReplyReq = false;
     bool MDNWanted = false;
-    bool DelAckWanted = false;    // a delivery notification was asked for
-    std::string_view pOrigRecip;  // when not empty, written in place of pRecipient
+    bool DelAckWanted = false;         // a delivery notification was asked for
+    std::string_view pOrigRecip = {};  // when not empty, written in place of pRecipient
 };
 
 // Recipient record (40000). Takes the next RecipientId.

@@ -1,7 +1,7 @@
 // A saved header, read back: see saved_header.h.
 #include "ux_in/saved_header.h"
 
-#include "mim/text.h"
+#include "mim/mim.h"
 #include "ux_in/commands.h"
 #include "ux_in/lines.h"
 

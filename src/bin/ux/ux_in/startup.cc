@@ -6,6 +6,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
@@ -95,7 +96,8 @@ void close_directories() {
 }
 
 // From the invoker's identity to the last reply. Escapes go to the handler of last resort.
-bool serve() {
+bool serve(bool system_chosen) {
+    if (!system_chosen) gcl_setDefaultSystem();
     for (const int signal : {SIGINT, SIGQUIT, SIGPIPE, SIGXFSZ}) ext_signal(signal, 1);
     const std::string ActualSenderS = actual_sender();
     ext_SetUidToMorvane();
@@ -139,15 +141,16 @@ void last_resort() {
     er_TryIgnoring([] { aud_AbortTransaction(ux_audit().AuditHandle); });
 }
 
-int run_session() {
+int run_session(bool system_chosen) {
     er_Init("unix.in", kDefaultLogLevel);
     lng_InitNLS();
     aud_GetSetLogConfig(kServerKind);
     ::umask(0);
     bool HadErrors = false;
     try {
-        er_Translate([&] { HadErrors = serve(); });
-    } catch (const er_Escape&) {
+        er_Translate([&] { HadErrors = serve(system_chosen); });
+    } catch (const er_Escape& escape) {
+        if (os_Home().empty()) std::fprintf(stderr, "unix.in: %s\n", escape.detail().c_str());  // there is no log either
         last_resort();
         return 1;
     }
@@ -172,24 +175,45 @@ int test_autodetect(const char* path) {
     }
 }
 
+// -s: chooses the instance, or says which there are.
+bool choose_system(const char* name) {
+    try {
+        if (gcl_setSystemByName(name)) return true;
+        ext_ReportWhichQnSystem();
+    } catch (const er_Escape& escape) {
+        std::fprintf(stderr, "unix.in: %s\n", escape.detail().c_str());
+    }
+    return false;
+}
+
+// The first word of a line, empty for a comment.
+std::string_view trusted_name(std::string_view line) {
+    const std::size_t first = line.find_first_not_of(" \t\n");
+    if (first == std::string_view::npos || line[first] == '#') return {};
+    line.remove_prefix(first);
+    return line.substr(0, line.find_first_of(" \t\n"));
+}
+
+// Takes a line from the front of the text; a longer one than kTrustLineLimit comes in pieces.
+std::string_view take_line(std::string_view& text) {
+    const std::size_t line_feed = std::min(text.find('\n'), text.size() - 1);
+    const std::string_view line = text.substr(0, std::min(line_feed + 1, kTrustLineLimit));
+    text.remove_prefix(line.size());
+    return line;
+}
+
 }  // namespace
 
 int ux_InMain(int argc, char** argv) {
     bool system_chosen = false;
     ::opterr = 0;
     for (int option = 0; (option = ::getopt(argc, argv, "s:a:")) != -1;) {
-        if (option == 's') {
-            system_chosen = gcl_setSystemByName(::optarg);
-            if (!system_chosen) {
-                ext_ReportWhichQnSystem();
-                return 1;
-            }
-        } else if (option == 'a') {
-            return test_autodetect(::optarg);
-        }
+        if (option == 'a') return test_autodetect(::optarg);
+        if (option != 's') continue;
+        if (!choose_system(::optarg)) return 1;
+        system_chosen = true;
     }
-    if (!system_chosen) gcl_setDefaultSystem();
-    return run_session();
+    return run_session(system_chosen);
 }
 
 bool ux_InTrustedUser(std::string_view pUserName) {
@@ -197,20 +221,9 @@ bool ux_InTrustedUser(std::string_view pUserName) {
     bool trusted = false;
     er_TryIgnoring([&] {
         const std::string file = os_read_file(kTrustFile, kTrustFileLimit);
-        std::string_view rest = file;
-        while (!rest.empty() && !trusted) {
-            std::size_t length = std::min(rest.find('\n') == std::string_view::npos ? rest.size() : rest.find('\n') + 1,
-                                          kTrustLineLimit);
-            std::string_view line = rest.substr(0, length);
-            rest.remove_prefix(length);
-            const std::size_t first = line.find_first_not_of(" \t\n");
-            if (first == std::string_view::npos) continue;
-            line.remove_prefix(first);
-            const std::string_view word = line.substr(0, line.find_first_of(" \t\n"));
-            trusted = !word.starts_with('#') && word == pUserName;
-        }
+        for (std::string_view rest = file; !rest.empty() && !trusted;) trusted = trusted_name(take_line(rest)) == pUserName;
     });
-    return trusted;
+    return trusted && !pUserName.empty();
 }
 
 void ux_InSigPipeTrap(int) { er_SystemEscape(EPIPE, "broken pipe"); }

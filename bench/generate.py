@@ -1,0 +1,159 @@
+#!/usr/bin/env python3
+"""The mail of the benchmarks. The same call gives the same bytes.
+
+    generate.py small COUNT | plain BYTES | uuencoded BYTES | addresses COUNT
+
+writes a whole dialogue, HELO to QUIT, to standard output: COUNT small mails, one mail with a body of BYTES, or one
+with COUNT addresses in its To field. Bodies are written in blocks, so BYTES may be larger than memory.
+"""
+
+import base64
+import binascii
+import random
+import sys
+
+SENDER = "anna.lind@sender.example"
+RECIPIENT = "user0@host0.example.net"
+WORDS = """the of and to in that is was for on are with they be at one have this from by hot but some what there we can out
+other were all your when up use word how said an each she which do their time if will way about many then them would
+write like so these her long make thing see him two has look more day could go come did my sound no most number who over
+know water than call first people may down side been now find any new work part take get place made live where after
+back little only round man year came show every good me give our under""".split()
+FIRST_NAMES = "Anna Boris Clara David Elena Frank Greta Henri Ingrid Jonas Karin Lukas Marta Niels Olga Paul".split()
+LAST_NAMES = "Lind Bauer Costa Dubois Eriksen Ferrari Gruber Horvat Ivanov Jensen Keller Larsen Moreau Novak Olsen".split()
+
+PLAIN_LINE = 76
+UU_LINE = 45
+BLOCK_LINES = 8192  # a large body is this many lines again and again
+
+
+def sentence(chance, words):
+    return " ".join(chance.choice(WORDS) for _ in range(words)).capitalize() + "."
+
+
+def text_lines(chance, count):
+    for _ in range(count):
+        line = ""
+        while len(line) < PLAIN_LINE - 10:
+            line += chance.choice(WORDS) + " "
+        yield line.rstrip()
+
+
+def received(number, hop, chance):
+    return (f"Received: from mail{number % 7}.hop{hop}.example (mail{number % 7}.hop{hop}.example [192.0.2.{number % 250}])\r\n"
+            f"\tby relay{hop}.example.net (Postfix) with ESMTPS id {chance.getrandbits(40):010X}\r\n"
+            f"\tfor <{RECIPIENT}>; Fri, 20 Nov 2026 10:{number % 60:02}:{19 - hop} +0100 (CET)\r\n")
+
+
+def signature(chance):
+    value = base64.b64encode(chance.randbytes(256)).decode()
+    folded = "\r\n\t ".join(value[at : at + 70] for at in range(0, len(value), 70))
+    return (f"DKIM-Signature: v=1; a=rsa-sha256; c=relaxed/relaxed; d=sender.example; s=2026;\r\n"
+            f"\th=from:to:cc:subject:date:message-id; bh={base64.b64encode(chance.randbytes(32)).decode()};\r\n"
+            f"\tb={folded}\r\n")
+
+
+def message_id(chance):
+    return f"<{chance.getrandbits(48):012x}.{chance.getrandbits(64):016x}@sender.example>"
+
+
+def header(number, chance, to=f"Userzero <{RECIPIENT}>"):
+    """The fields that a mail of our days has when it has come over two relays: fourteen."""
+    first, last = chance.choice(FIRST_NAMES), chance.choice(LAST_NAMES)
+    answered, earlier = message_id(chance), message_id(chance)
+    return (
+        received(number, 2, chance) + received(number, 1, chance) + signature(chance) +
+        f"Date: Fri, 20 Nov 2026 10:{number % 60:02}:15 +0100\r\n"
+        f"From: {first} {last} <{SENDER}>\r\n"
+        f"To: {to}\r\n"
+        f"Cc: \"{last}, {first}\" <cc{number}@host{number % 100}.example.org>\r\n"
+        f"Subject: Re: {sentence(chance, 6)}\r\n"
+        f"Message-ID: {message_id(chance)}\r\n"
+        f"In-Reply-To: {answered}\r\n"
+        f"References: {earlier}\r\n {answered}\r\n"
+        f"User-Agent: Benchmark/1.0 (X11; Linux x86_64)\r\n"
+        f"Organization: {last} and {first} Ltd\r\n"
+        f"X-Spam-Status: No, score={number % 50 / 10:.1f} required=5.0\r\n"
+        f"\r\n"
+    ).encode()
+
+
+def small_mail(number):
+    """About 3 KB: fourteen fields and fifteen lines."""
+    chance = random.Random(number)
+    body = "".join(line + "\r\n" for line in text_lines(chance, 15))
+    return header(number, chance) + body.encode()
+
+
+def plain_block():
+    return "".join(line + "\r\n" for line in text_lines(random.Random(1), BLOCK_LINES)).encode()
+
+
+def uuencoded_block():
+    """The lines of a block, and the bytes that they decode to."""
+    content = random.Random(2).randbytes(UU_LINE * BLOCK_LINES)
+    lines = [binascii.b2a_uu(content[at : at + UU_LINE], backtick=True)[:-1] + b"\r\n"
+             for at in range(0, len(content), UU_LINE)]
+    return b"".join(lines), content
+
+
+def repeats(block, size):
+    return max(1, size // len(block))
+
+
+def plain_mail(size):
+    """The mail in pieces."""
+    yield header(0, random.Random(0))
+    block = plain_block()
+    for _ in range(repeats(block, size)):
+        yield block
+
+
+def uuencoded_mail(size):
+    yield header(0, random.Random(0))
+    block, _ = uuencoded_block()
+    yield b"begin 644 archive.bin\r\n"
+    for _ in range(repeats(block, size)):
+        yield block
+    yield b"`\r\nend\r\n"
+
+
+def addresses_mail(count):
+    chance = random.Random(3)
+    entries = [f"{chance.choice(FIRST_NAMES)} {chance.choice(LAST_NAMES)} <user{i}@host{i % 1000}.example.net>"
+               for i in range(count)]
+    yield header(0, random.Random(0), to=",\r\n ".join(entries))
+    yield b"Hello all.\r\n"
+
+
+def dot_stuffed(piece):
+    return piece.replace(b"\r\n.", b"\r\n..")
+
+
+def dialogue(mails, hello="HELO client.example", recipient=RECIPIENT):
+    """The pieces of a session that delivers the mails, each an iterable of pieces that end in CR LF."""
+    yield f"{hello}\r\n".encode()
+    for mail in mails:
+        yield f"MAIL FROM:<{SENDER}>\r\nRCPT TO:<{recipient}>\r\nDATA\r\n".encode()
+        for piece in mail:
+            yield dot_stuffed(piece)
+        yield b".\r\n"
+    yield b"QUIT\r\n"
+
+
+def small_mails(count):
+    return ([small_mail(number)] for number in range(count))
+
+
+KINDS = {
+    "small": small_mails,
+    "plain": lambda size: [plain_mail(size)],
+    "uuencoded": lambda size: [uuencoded_mail(size)],
+    "addresses": lambda count: [addresses_mail(count)],
+}
+
+if __name__ == "__main__":
+    if len(sys.argv) != 3 or sys.argv[1] not in KINDS:
+        sys.exit(__doc__)
+    for part in dialogue(KINDS[sys.argv[1]](int(sys.argv[2]))):
+        sys.stdout.buffer.write(part)

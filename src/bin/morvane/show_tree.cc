@@ -1,0 +1,393 @@
+// The tree of a message: its queue entry, its records in their packages and groups, and, where a content-file record stands,
+// the file it describes: the names of a distribution list, the first lines of a text.
+#include <algorithm>
+#include <cerrno>
+#include <optional>
+#include <string>
+
+#include "er/er.h"
+#include "morvane/failure.h"
+#include "morvane/layout.h"
+#include "morvane/show.h"
+#include "morvane/spell.h"
+#include "morvane/text.h"
+#include "morvane/tree.h"
+#include "tf/record.h"
+
+namespace morvane {
+namespace {
+
+constexpr std::size_t kPreviewLines = 8;
+constexpr std::size_t kPreviewWidth = 100;  // characters
+constexpr std::size_t kValueWidth = 400;
+constexpr std::size_t kHeadShown = std::size_t{64} << 10;  // of a record's bytes
+constexpr std::size_t kRunShown = 25;       // of names or recipients one after the other, unless all are wanted
+constexpr std::int64_t kDistributionList = 1166;
+constexpr std::string_view kMarkUtf8 = "⊂ ", kMarkAscii = "< ";  // before what is told of a wrapped record
+
+// The files of a message, as its content-file records come along.
+class Attachments {
+public:
+    explicit Attachments(const MessageFile& message) : message_(message) {}
+    std::size_t described() const { return described_; }
+    std::size_t count() const { return message_.files.size() - 1; }
+    // The file that the next content-file record describes; nothing when there are more records than files.
+    std::optional<std::string> next() {
+        ++described_;
+        if (described_ > count()) return std::nullopt;
+        return file_path(message_.files[described_], message_.path);
+    }
+    std::string path(std::size_t number) const { return file_path(message_.files[number], message_.path); }
+
+private:
+    const MessageFile& message_;
+    std::size_t described_ = 0;
+};
+
+// Draws the records of one file below a depth.
+class RecordTree {
+public:
+    RecordTree(ShowContext& context, Tree& tree, std::size_t depth) : context_(context), tree_(tree), depth_(depth) {}
+
+    // `attachments` is null when nothing is known of them.
+    void draw(ByteFile& file, Attachments* attachments);
+
+private:
+    struct Node {
+        const RecordStep& step;
+        const RecordPlace& place;
+        const RecordRow* row;
+        std::string_view head;
+        FieldList fields;
+        bool last;
+    };
+
+    std::string clean(std::string_view text) const {
+        return shorten(harmless(text, context_.screen), kValueWidth, context_.screen);
+    }
+    std::string faint(std::string_view text) const { return context_.screen.paint(Ink::faint, text); }
+    std::string mark(const Node& node) const;
+    std::string join(const Words& words) const;
+    void tell_damage(const std::string& where, const std::string& what);
+
+    Words value_words(const FieldList& fields, const FieldValue& value) const;
+    Words words_of(const FieldList& fields) const;
+    void put(const Node& node, std::string_view label, const std::string& text, bool parent);
+
+    void draw_record(Node& node, ByteFile& file, Attachments* attachments);
+    void draw_plain(const Node& node);
+    void draw_unknown(const Node& node);
+    void draw_content(const Node& node, ByteFile& file, Attachments* attachments);
+    void draw_object(const Node& node, ByteFile& file);
+    void draw_properties(const Node& node, ByteFile& file);
+    void draw_package(const Node& node);
+    void draw_attached(const Node& node, const std::string& path);
+    void draw_preview(ByteFile& file, std::uint64_t start, std::uint64_t length, std::string_view set);
+    bool skip_in_run(const RecordOutline& shape, std::size_t at);
+    void draw_damage(const Words& damage);
+
+    ShowContext& context_;
+    Tree& tree_;
+    std::size_t depth_;
+    std::string subject_;      // the message's own, in RFC 2047 form: parts that carry it do not repeat it
+    std::int32_t run_type_ = 0;
+    std::size_t run_ = 0;      // records of run_type_ one after the other, up to now
+};
+
+std::string RecordTree::mark(const Node& node) const {
+    std::string marks;
+    for (int i = 0; i < node.place.wraps; ++i) marks += context_.screen.utf8 ? kMarkUtf8 : kMarkAscii;
+    return faint(marks);
+}
+
+std::string RecordTree::join(const Words& words) const {
+    std::string text;
+    for (const std::string& word : words) {
+        if (word.empty()) continue;
+        if (!text.empty()) text += context_.screen.dot();
+        text += word;
+    }
+    return text;
+}
+
+void RecordTree::tell_damage(const std::string& where, const std::string& what) {
+    context_.note_damage(where + ": " + what);
+    tree_.note(context_.screen.paint(Ink::damage, clean(what)));
+}
+
+// What the tree writes of one field; nothing for a field that says nothing.
+Words RecordTree::value_words(const FieldList& fields, const FieldValue& value) const {
+    const FieldRow& row = *value.row;
+    Words words;
+    if (row.spell != nullptr) {
+        words = row.spell(value.number);
+    } else if (row.kind == Kind::seconds) {
+        words = {spell_date(static_cast<std::uint32_t>(value.number), fields.number("zone"))};
+    } else if (row.kind == Kind::clock) {
+        words = {spell_date(value.number, 0)};
+    } else if (row.kind == Kind::item) {
+        words = {item_name(value.item)};
+    } else if (row.kind == Kind::name) {
+        const std::string readable = readable_name(value.text);
+        std::string text = readable.empty() ? "" : clean(readable) + "  ";
+        words = {text + (value.text.empty() ? faint("no name") : faint(clean(value.text)))};
+    } else if (row.kind == Kind::subject) {
+        words = {clean(readable_subject(value.text))};
+    } else if (row.kind == Kind::text) {
+        words = {clean(value.text)};
+    } else if (value.number != 0 || row.look == Look::always) {
+        words = {std::to_string(value.number)};
+    }
+    if (!row.lead.empty() && !words.empty() && !words.front().empty()) words.front().insert(0, std::string(row.lead) + ' ');
+    return words;
+}
+
+Words RecordTree::words_of(const FieldList& fields) const {
+    Words words;
+    for (const FieldValue& value : fields.values) {
+        if (value.row->look == Look::never) continue;
+        for (std::string& word : value_words(fields, value)) words.push_back(std::move(word));
+    }
+    return words;
+}
+
+void RecordTree::put(const Node& node, std::string_view label, const std::string& text, bool parent) {
+    tree_.node(depth_ + node.step.depth, node.last, parent, Ink::label, label, mark(node) + text);
+    if (node.row != nullptr && node.fields.missing != nullptr)
+        tell_damage("record at " + std::to_string(node.place.position),
+                    "the record ends before its field " + std::string(node.fields.missing->key));
+}
+
+void RecordTree::draw_plain(const Node& node) {
+    std::string text = join(words_of(node.fields));
+    if (text.empty() && node.place.type == TFREC_subject) text = faint("none");
+    put(node, node.row->label, text, node.step.parent != 0);
+}
+
+void RecordTree::draw_unknown(const Node& node) {
+    put(node, "record " + std::to_string(node.place.type), human_size(node.place.length), false);
+    if (node.head.size() > kTfHeaderSize) tree_.note(faint(clean(node.head.substr(kTfHeaderSize, 200))));
+}
+
+void RecordTree::draw_package(const Node& node) {
+    const Words flags = spell_package_flags(node.fields.number("pkgFlags"));
+    Words words{clean(readable_subject(node.fields.text("rfc2047subject")))};
+    words.push_back(clean(node.fields.text("pMIMEContentType")));
+    words.insert(words.end(), flags.begin(), flags.end());
+    for (const char* key : {"pkgSecurity", "itemType", "latinSubject", "subjLang", "latinSubjCharset"})
+        if (const FieldValue* value = node.fields.find(key))
+            for (std::string& word : value_words(node.fields, *value)) words.push_back(std::move(word));
+    const bool message = node.fields.text("pMIMEContentType").empty();
+    put(node, message ? "message" : "package", join(words), node.step.parent != 0);
+}
+
+void RecordTree::draw_preview(ByteFile& file, std::uint64_t start, std::uint64_t length, std::string_view set) {
+    const Preview text = preview(file, start, length, set, kPreviewLines);
+    const std::string_view bar = context_.screen.utf8 ? "┆ " : ": ";
+    for (const std::string& line : text.lines)
+        tree_.note(faint(bar) + shorten(harmless(line, context_.screen), kPreviewWidth, context_.screen));
+    if (text.more) tree_.note(faint(std::string(bar) + std::string(context_.screen.ellipsis())));
+}
+
+void RecordTree::draw_object(const Node& node, ByteFile& file) {
+    const FieldValue* content = node.fields.find("content");
+    const std::string_view name = node.fields.text("objectName");
+    put(node, node.row->label, join({clean(name), human_size(content == nullptr ? 0 : content->width)}), false);
+    if (content == nullptr) return;
+    if (content->cut)
+        tell_damage("object record at " + std::to_string(node.place.position),
+                    "its length says " + with_commas(static_cast<std::uint64_t>(node.fields.number("length"))) + " bytes");
+    if (name.starts_with("inet")) draw_preview(file, node.place.start + content->at, content->width, "");
+}
+
+void RecordTree::draw_properties(const Node& node, ByteFile& file) {
+    const FieldValue* text = node.fields.find("properties");
+    const bool relations = node.fields.number("relations") != 0;
+    put(node, node.row->label,
+        join({relations ? "of relations" : "", human_size(text == nullptr ? 0 : text->width - 1)}), false);
+    if (text != nullptr) draw_preview(file, node.place.start + text->at, text->width - (text->cut ? 0 : 1), "");
+}
+
+// The file that a content-file record describes: is it there, is it as large as the record says?
+void RecordTree::draw_attached(const Node& node, const std::string& path) {
+    const std::int64_t code = node.fields.number("contentType");
+    const std::string where = "content record at " + std::to_string(node.place.position);
+    try {
+        ByteFile attached = ByteFile::open(path);
+        const auto said = static_cast<std::uint32_t>(node.fields.number("fileSize"));
+        if (code == kDistributionList) {
+            RecordTree names(context_, tree_, depth_ + node.step.depth + 1);
+            names.draw(attached, nullptr);
+        } else {
+            if (said != (attached.size() & 0xFFFFFFFF))
+                tell_damage(where, "the record says " + with_commas(said) + " bytes, the file has " + with_commas(attached.size()));
+            if (is_text_code(code)) draw_preview(attached, 0, attached.size(), node.fields.text("pContentCharset"));
+        }
+    } catch (const er_Escape& escape) {
+        if (escape.group() != kSystemGroup || escape.reason() != ENOENT) throw;
+        tell_damage(where, "the file " + path.substr(path.rfind('/') + 1) + " is missing");
+    }
+}
+
+void RecordTree::draw_content(const Node& node, ByteFile&, Attachments* attachments) {
+    const std::int64_t code = node.fields.number("contentType");
+    const bool list = code == kDistributionList;
+    const std::string_view name = spell_file_code(code);
+    Words words{(name.empty() ? "file type" : std::string(name)) + faint(" (" + std::to_string(code) + ')')};
+    if (!list) words.push_back(human_size(static_cast<std::uint32_t>(node.fields.number("fileSize"))));
+    words.push_back(clean(node.fields.text("pContentCharset")));
+    for (std::string& word : spell_content_flags(node.fields.number("contentFlags"))) words.push_back(std::move(word));
+    std::optional<std::string> path;
+    std::string label = node.row->label.data();
+    if (attachments != nullptr) {
+        path = attachments->next();
+        label += ' ' + std::to_string(attachments->described());
+    }
+    put(node, label, join(words), list && path.has_value());
+
+    Words more;
+    for (const FieldValue& value : node.fields.values) {
+        const bool said = value.row->key == "contentFlags" || value.row->look == Look::never;
+        const bool inherited = value.row->key == "rfc2047subject" && (value.text == subject_ || value.text == node.fields.text("pOrigFileName"));
+        if (said || inherited) continue;
+        for (std::string& word : value_words(node.fields, value)) more.push_back(std::move(word));
+    }
+    const std::int64_t original = node.fields.number("origContentType");
+    if (original != code) more.push_back("was type " + std::to_string(original));
+    if (const std::string text = join(more); !text.empty()) tree_.note(text);
+    if (path) draw_attached(node, *path);
+    if (attachments != nullptr && !path)
+        tell_damage("content record at " + std::to_string(node.place.position), "no file is attached for it");
+}
+
+void RecordTree::draw_record(Node& node, ByteFile& file, Attachments* attachments) {
+    if (node.row == nullptr) return draw_unknown(node);
+    node.fields = read_fields(*node.row, node.head, node.place.length);
+    switch (node.place.type) {
+        case TFREC_start_package_type: return draw_package(node);
+        case TFREC_content_file_type: return draw_content(node, file, attachments);
+        case TFREC_object_file: return draw_object(node, file);
+        case TFREC_mapi_properties: return draw_properties(node, file);
+        case TFREC_subject:
+            if (node.step.depth == 0) subject_ = node.fields.text("subject");
+            return draw_plain(node);
+        default: return draw_plain(node);
+    }
+}
+
+bool in_runs(std::int32_t type) {
+    return (type >= TFREC_list_from && type <= TFREC_list_reply_to) || type == TFREC_recipient ||
+           type == TFREC_acknowledgement || type == TFREC_non_delivery;
+}
+
+// Of many names of one kind the first are shown, then their number.
+bool RecordTree::skip_in_run(const RecordOutline& shape, std::size_t at) {
+    const RecordStep& step = shape.steps[at];
+    run_ = step.type == run_type_ ? run_ + 1 : 1;
+    run_type_ = step.type;
+    if (context_.all || !in_runs(step.type) || run_ <= kRunShown) return false;
+    const bool ends = at + 1 == shape.steps.size() || shape.steps[at + 1].type != step.type;
+    if (run_ == kRunShown + 1 && ends) return false;  // one is sooner shown than counted
+    if (ends)
+        tree_.node(depth_ + step.depth, step.last != 0, false, Ink::faint, std::string(context_.screen.ellipsis()),
+                   faint(with_commas(run_ - kRunShown) + " more, shown with --all"));
+    return true;
+}
+
+// What is wrong with the file as a whole: after its records.
+void RecordTree::draw_damage(const Words& damage) {
+    for (std::size_t i = 0; i < damage.size(); ++i) {
+        context_.note_damage(damage[i]);
+        tree_.node(depth_, i + 1 == damage.size(), false, Ink::damage, "damage", clean(damage[i]));
+    }
+}
+
+void RecordTree::draw(ByteFile& file, Attachments* attachments) {
+    const RecordOutline shape = outline(file);
+    Words damage = shape.faults;
+    for (std::string& fault : damage) fault.insert(0, file.name() + ": ");
+    if (!shape.failure.empty()) damage.push_back(shape.failure);
+    const auto described = static_cast<std::size_t>(std::count_if(
+        shape.steps.begin(), shape.steps.end(), [](const RecordStep& step) { return step.type == TFREC_content_file_type; }));
+    if (attachments != nullptr)
+        for (std::size_t number = described + 1; number <= attachments->count(); ++number)
+            damage.push_back("attached file " + std::to_string(number) + " has no content record");
+    RecordWalker walker(file);
+    for (std::size_t at = 0; at < shape.steps.size(); ++at) {
+        const RecordStep& step = shape.steps[at];
+        RecordPlace place;
+        walker.go_to(step.position);
+        if (closes(step.type) || skip_in_run(shape, at) || !walker.next(place)) continue;
+        const std::string head(walker.head(place, kHeadShown));  // the file is read elsewhere while the record is drawn
+        const bool last = step.last != 0 && (step.depth > 0 || damage.empty());
+        Node node{step, place, find_record(place.type), head, {}, last};
+        draw_record(node, file, attachments);
+    }
+    draw_damage(damage);
+}
+
+void draw_message(ShowContext& context, Tree& tree, const std::string& path, std::size_t depth) {
+    const MessageFile message = read_message(path);
+    Attachments attachments(message);
+    ByteFile main = ByteFile::open(attachments.path(0));
+    RecordTree(context, tree, depth).draw(main, &attachments);
+}
+
+std::string message_title(const Screen& screen, const std::string& path) {
+    const MessageFile message = read_message(path);
+    std::string title = harmless(path.substr(path.rfind('/') + 1), screen);
+    title += std::string(screen.dot()) + counted(message.files.size(), "file", "files");
+    if (!message.route.empty()) title += std::string(screen.dot()) + "route " + harmless(message.route, screen);
+    return title;
+}
+
+void draw_entry(ShowContext& context, Tree& tree, const Subject& subject) {
+    const std::vector<QueuedMessage> messages = read_entry(subject.path);
+    const Screen& screen = context.screen;
+    const QueuedMessage& first = messages.front();
+    std::string title = screen.paint(Ink::good, harmless(subject.entry, screen));
+    const Words priority = spell_priority(first.priority);
+    title += "  queued " + spell_date(first.seconds, 0) + std::string(screen.dot()) +
+             (priority.empty() ? "normal priority" : priority.front());
+    if (!subject.state.empty()) title += std::string(screen.dot()) + subject.state;
+    tree.root(title);
+    for (std::size_t i = 0; i < messages.size(); ++i) {
+        const std::string path = file_path(messages[i].message, subject.path);
+        tree.node(0, i + 1 == messages.size(), true, Ink::label, "message", message_title(screen, path));
+        draw_message(context, tree, path, 1);
+    }
+}
+
+void draw_item(ShowContext& context, Tree& tree, const std::string& path) {
+    ByteFile file = ByteFile::open(path);
+    tree.root(context.screen.paint(Ink::good, harmless(path.substr(path.rfind('/') + 1), context.screen)) + "  " +
+              human_size(file.size()));
+    for (const std::string& line : preview(file, 0, file.size(), "", kPreviewLines).lines)
+        tree.note(shorten(harmless(line, context.screen), kPreviewWidth, context.screen));
+}
+
+}  // namespace
+
+void show_tree(ShowContext& context, ByteFile& file) {
+    Tree tree(context.out, context.screen);
+    const std::string name = file.name().substr(file.name().rfind('/') + 1);
+    tree.root(context.screen.paint(Ink::good, harmless(name, context.screen)) + "  " + human_size(file.size()));
+    RecordTree(context, tree, 0).draw(file, nullptr);
+}
+
+void show_tree(ShowContext& context, const Subject& subject) {
+    Tree tree(context.out, context.screen);
+    switch (subject.kind) {
+        case Subject::Kind::entry: return draw_entry(context, tree, subject);
+        case Subject::Kind::item: return draw_item(context, tree, subject.path);
+        case Subject::Kind::message:
+            tree.root(context.screen.paint(Ink::good, "message") + "  " + message_title(context.screen, subject.path));
+            return draw_message(context, tree, subject.path, 0);
+        case Subject::Kind::records: {
+            ByteFile file = ByteFile::open(subject.path);
+            return show_tree(context, file);
+        }
+    }
+}
+
+}  // namespace morvane

@@ -1,0 +1,58 @@
+// Detection of character sets: see base.h.
+#include "base/base.h"
+
+#include <new>
+
+#include <uchardet/uchardet.h>
+
+#include "ccs/ccs.h"
+
+struct base_Detector::Engine {
+    Engine() : handle(uchardet_new()) {
+        if (handle == nullptr) throw std::bad_alloc();
+    }
+    ~Engine() { uchardet_delete(handle); }
+    Engine(const Engine&) = delete;
+    Engine& operator=(const Engine&) = delete;
+
+    void feed(std::string_view data) { uchardet_handle_data(handle, data.data(), data.size()); }
+
+    uchardet_t handle;
+};
+
+base_Detector::base_Detector() = default;
+base_Detector::~base_Detector() = default;
+
+bool base_Detector::is_plain(std::string_view data) const {
+    constexpr char kEscape = '\x1b';
+    if (!ccs_Is7BitAscii(data) || data.find(kEscape) != std::string_view::npos) return false;
+    return data.find("~{") == std::string_view::npos && !(last_ == '~' && data.front() == '{');
+}
+
+void base_Detector::feed(std::string_view data) {
+    if (data.empty()) return;
+    if (!engine_ && !is_plain(data)) {
+        engine_ = std::make_unique<Engine>();
+        // Plain text that went before says nothing but that this is not the beginning (where a byte-order mark may be),
+        // and a tilde that may open HZ.
+        if (any_) engine_->feed(std::string_view(&last_, 1));
+    }
+    if (engine_) engine_->feed(data);
+    last_ = data.back();
+    any_ = true;
+}
+
+std::optional<std::string> base_Detector::result() {
+    if (!any_) return std::nullopt;
+    if (!engine_) return std::string(kAsciiSet);
+    uchardet_data_end(engine_->handle);
+    const std::string_view name = uchardet_get_charset(engine_->handle);
+    if (name.empty()) return std::nullopt;
+    return std::string(ccs_native_name(name));
+}
+
+std::optional<std::string> base_pnDetectAndReport(std::string_view data) {
+    base_Detector detector;
+    detector.feed(data);
+    return detector.result();
+}

@@ -1,0 +1,79 @@
+"""What waits on the ROUTER queue of a home, read from the bytes on disk: for tests that compare it with the mail that
+was sent."""
+
+import re
+import struct
+from dataclasses import dataclass
+
+from gateway_home import RECORD_MESSAGE_FILE, item_path, records
+
+RECORD_CREATOR = 10000
+RECORD_OBJECT = 30700
+RECORD_RECIPIENT = 40000
+
+CREATOR_NAME_AT = 36
+RECIPIENT_STRINGS_AT = 22
+OBJECT_LENGTH_AT, OBJECT_NAME_AT = 20, 24
+
+
+def strings(data, at, count=1):
+    """`count` NUL-terminated strings from offset `at`, and the offset after them."""
+    found = []
+    for _ in range(count):
+        end = data.index(b"\0", at)
+        found.append(data[at:end])
+        at = end + 1
+    return found, at
+
+
+def name_fields(name):
+    """The fields of a native name, by keyword."""
+    delimiter = re.escape(name[:1])
+    fields = re.findall(delimiter + rb"([A-Z0-9.a-z-]+)=((?:\\.|(?!" + delimiter + rb").)*)", name, re.DOTALL)
+    return {keyword.decode(): re.sub(rb"\\(.)", rb"\1", value, flags=re.DOTALL) for keyword, value in fields}
+
+
+def address(name):
+    """The Internet address that a native name carries, without its angle brackets."""
+    return name_fields(name).get("IA", b"").decode().strip().removeprefix("<").removesuffix(">")
+
+
+@dataclass
+class QueuedMail:
+    sender: str  # Internet address of the creator
+    recipients: list  # Internet addresses of the recipient records, in order
+    header: bytes  # the stored header, CR LF line ends
+    parts: list  # contents of the body parts
+
+    def field(self, name):
+        """Value of a header field, unfolded; None when there is none."""
+        found = re.search(rb"(?im)^" + name.encode() + rb":[ \t]*((?:.|\n[ \t])*)$", self.header.replace(b"\r\n", b"\n"))
+        return re.sub(rb"\n[ \t]+", b" ", found[1]).decode(errors="replace").strip() if found else None
+
+
+def object_content(record):
+    (length,) = struct.unpack_from(">I", record, OBJECT_LENGTH_AT)
+    (name,), at = strings(record, OBJECT_NAME_AT)
+    return name, record[at : at + length]
+
+
+def read_message(home, message_file):
+    files = [home.path / item_path(record) for kind, record in records(message_file.read_bytes())
+             if kind == RECORD_MESSAGE_FILE]
+    transfer, _lists, *parts = files
+    mail = QueuedMail("", [], b"", [part.read_bytes() for part in parts])
+    for kind, record in records(transfer.read_bytes()):
+        if kind == RECORD_CREATOR:
+            mail.sender = address(strings(record, CREATOR_NAME_AT)[0][0])
+        elif kind == RECORD_RECIPIENT:
+            mail.recipients.append(address(strings(record, RECIPIENT_STRINGS_AT, 3)[0][2]))
+        elif kind == RECORD_OBJECT:
+            name, content = object_content(record)
+            if name == b"inetMessageHeader":
+                mail.header = content
+    return mail
+
+
+def queued_mails(home):
+    """Every message that waits, in order of service. A message that is not whole raises an error."""
+    return [read_message(home, message) for entry in home.entries() for message in home.messages(entry)]
