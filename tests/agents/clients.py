@@ -19,6 +19,9 @@ def swaks(home, mail, *options, sender=None, recipients=None):
     """Starts the gateway itself and speaks to it over pipes; what the agent saw, and the faults."""
     letter = home.path / "tmp-letter"
     letter.write_bytes(mail.text(b"\n").removesuffix(b"\n"))  # it adds the last line end itself
+    if not mail.body:  # and gives a mail without a body an empty line, unless it must send what is there
+        letter.write_bytes(mail.text() + b".")
+        options = (*options, "--no-data-fixup")
     command = ["swaks", "--pipe", str(home.program), "--from", sender or mail.sender or "<>", "--to",
                recipients or ",".join(mail.recipients), "--data", f"@{letter}", *options]
     done = run(command, home=home)

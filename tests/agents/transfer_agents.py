@@ -82,6 +82,8 @@ class TransferAgent:
 
     name = ""
     packages = ()
+    says_ehlo = True
+    deferred = returned_to_sender = ""  # what its log says of an attempt that failed for now, and for good
 
     def __init__(self, parent):
         files = fetch_packages(self.packages)
@@ -116,7 +118,13 @@ class TransferAgent:
         self.room.wait_for(lambda: self.waiting() == 0, f"{self.name}'s queue to be empty", timeout)
 
     def log(self):
-        return self.room.read("/var/log/mail.log")
+        return re.sub(r"<\d+>(?=[A-Z][a-z]{2} [ \d]\d )", "\n", self.room.read("/var/log/mail.log"))
+
+    def failed_attempts(self):
+        return len(re.findall(self.deferred, self.log()))
+
+    def returned(self):
+        return [line for line in self.log().splitlines() if re.search(self.returned_to_sender, line)]
 
     def set_up(self):
         raise NotImplementedError
@@ -133,6 +141,8 @@ class TransferAgent:
 class Postfix(TransferAgent):
     name = "postfix"
     packages = ("postfix",)
+    deferred = r"status=deferred"
+    returned_to_sender = r"status=(bounced|expired)|sender non-delivery"
 
     def set_up(self):
         room = self.room
@@ -166,6 +176,8 @@ class Exim(TransferAgent):
 
     name = "exim"
     packages = ("exim4-daemon-light", "exim4-base", "exim4-config")
+    deferred = r" == "
+    returned_to_sender = r" \*\* | <= <> R="
 
     def set_up(self):
         room = self.room
@@ -210,6 +222,9 @@ class Sendmail(TransferAgent):
 
     name = "sendmail"
     packages = ("sendmail-bin", "sendmail-base", "sendmail-cf", "m4")
+    says_ehlo = False  # only to a mailer with the flag "a"
+    deferred = r"stat=(Deferred|I/O error|.*temporar)|dsn=4"
+    returned_to_sender = r"DSN: |dsn=5|postmaster notify"
 
     # The shortest sendmail.mc of a relay; the last lines are those that docs/mta.md has one add.
     MAIN = """\

@@ -82,8 +82,11 @@ class Home:
         path.write_bytes(text if isinstance(text, bytes) else text.encode())
 
     def configure(self, line):
-        with open(self.path / "sys/gateway.toml", "a", encoding="utf-8") as file:
-            file.write(line + "\n")
+        """Adds a line to gateway.toml; a key that is set already is set anew."""
+        path = self.path / "sys/gateway.toml"
+        key = line.split("=")[0].strip()
+        kept = [old for old in path.read_text(encoding="utf-8").splitlines() if old.split("=")[0].strip() != key]
+        path.write_text("\n".join([*kept, line]) + "\n", encoding="utf-8")
 
     def run_as(self, user):
         """The gateway runs as `user`, who then owns the home as well. Needs root."""

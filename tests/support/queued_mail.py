@@ -34,8 +34,10 @@ def name_fields(name):
 
 
 def address(name):
-    """The Internet address that a native name carries, without its angle brackets."""
-    return name_fields(name).get("IA", b"").decode().strip().removeprefix("<").removesuffix(">")
+    """The Internet address that a native name carries, without phrase and angle brackets."""
+    text = name_fields(name).get("IA", b"").decode(errors="replace").strip()
+    bracketed = re.search(r"<([^<>]*)>$", text)
+    return bracketed[1] if bracketed else text
 
 
 @dataclass

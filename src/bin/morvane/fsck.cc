@@ -2,10 +2,12 @@
 #include "morvane/fsck.h"
 
 #include <dirent.h>
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <charconv>
 #include <cstring>
@@ -20,7 +22,6 @@
 #include "im/im.h"
 #include "morvane/failure.h"
 #include "morvane/layout.h"
-#include "morvane/liveness.h"
 #include "morvane/record_file.h"
 #include "morvane/store.h"
 #include "tf/record.h"
@@ -38,7 +39,8 @@ struct StoreFile {
     std::uint64_t id = 0;
     std::uint32_t extension = 0;
     std::uint16_t domain = 0;
-    std::uint16_t claims = 0;  // messages that lead to it, and message files that entries lead to
+    std::uint8_t claims = 0;   // messages that lead to it, for a message file: entries; 2 is any more
+    bool in_hand = false;      // of a process that was at work before the queues were read
 
     bool operator<(const StoreFile& other) const {
         if (id != other.id) return id < other.id;
@@ -53,7 +55,7 @@ std::uint32_t packed(const std::array<char, 4>& extension) {
     return value;
 }
 
-StoreFile key_of(const ITEM_REF& ref) { return {ref.file_id, packed(ref.extension), ref.domain, 0}; }
+StoreFile key_of(const ITEM_REF& ref) { return {ref.file_id, packed(ref.extension), ref.domain, 0, false}; }
 
 ITEM_REF ref_of(const StoreFile& file) {
     ITEM_REF ref;
@@ -87,6 +89,15 @@ std::optional<std::uint32_t> number_of(std::string_view text, std::uint32_t most
     const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
     if (error != std::errc{} || end != text.data() + text.size() || text.empty() || value > most) return std::nullopt;
     return value;
+}
+
+// A gateway of this process id is at work. An id alone says little: ids come again.
+bool is_gateway(std::uint32_t process) {
+    const os_Fd file = os_open_if_there("/proc/" + std::to_string(process) + "/comm", O_RDONLY);
+    std::array<char, 64> name{};
+    if (!file) return false;
+    const ssize_t got = ::read(file.get(), name.data(), name.size());  // a failure: it ended just now
+    return got > 0 && std::string_view(name.data(), static_cast<std::size_t>(got)) == "unix.in\n";
 }
 
 // The process in "<anything>-<process>-<number>" with or without an extension, as queue entries and scratch files have it.
@@ -133,7 +144,7 @@ private:
     void check_configuration();
     void list_store();
     void list_folder(std::uint16_t domain, unsigned folder, const std::string& path);
-    void ask_who_lives();
+    void ask_who_is_at_work();
 
     void check_queues();
     void check_entry(const std::string& queue, const EntryName& entry);
@@ -142,7 +153,8 @@ private:
     bool claim(const ITEM_REF& ref, const std::string& owner, Words& found);
     std::vector<Content> check_records(const std::string& path, Words& found);
 
-    void check_scratch(const std::string& folder, bool names_have_processes);
+    void check_drafts(const std::string& queue);
+    void check_scratch();
     void sort_out_orphans();
     void reclaim(const std::string& path);
     void summarise();
@@ -151,7 +163,6 @@ private:
     Printer& out_;
     const Screen& screen_;
     FsckResult result_;
-    Liveness liveness_;
     std::vector<StoreFile> store_;  // in order, once listed
 };
 
@@ -208,13 +219,17 @@ void Check::list_store() {
     std::sort(store_.begin(), store_.end());
 }
 
-// Before the queues are read: see fsck.h. Ids are in order, so each process is asked for once in a row.
-void Check::ask_who_lives() {
-    std::uint32_t asked = 0;
-    for (const StoreFile& file : store_) {
-        const std::uint32_t process = im_process_of(file.id);
-        if (process != asked) liveness_.lives(process);
-        asked = process;
+// Before the queues are read: see fsck.h. Ids are in order and those of a process stand together, so it is asked for once
+// for each 4096 of them.
+void Check::ask_who_is_at_work() {
+    std::uint64_t block = 0;
+    bool at_work = false;
+    for (StoreFile& file : store_) {
+        if (block != file.id >> 12 || &file == store_.data()) {
+            block = file.id >> 12;
+            at_work = im_maker_lives(file.id);
+        }
+        file.in_hand = at_work;
     }
 }
 
@@ -252,8 +267,8 @@ bool Check::claim(const ITEM_REF& ref, const std::string& owner, Words& found) {
     const StoreFile key = key_of(ref);
     const auto file = std::lower_bound(store_.begin(), store_.end(), key);
     if (file != store_.end() && !(key < *file)) {
-        if (file->claims++ == 1) found.push_back(owner + ": " + item_name(ref) + " belongs to more than one message");
-        if (file->claims > 2) file->claims = 2;
+        if (file->claims == 1) found.push_back(owner + ": " + item_name(ref) + " belongs to more than one message");
+        file->claims = file->claims == 0 ? 1 : 2;
         return true;
     }
     if (os_fexists(path)) return true;  // made since the store was listed
@@ -324,26 +339,46 @@ void Check::check_queues() {
         };
         visit(false);
         visit(true);
-        check_scratch(os_HomePath("~/queues/") + queue + "/tmp", true);
+        check_drafts(queue);
     });
 }
 
-void Check::check_scratch(const std::string& folder, bool names_have_processes) {
-    std::vector<std::string> leavings;
+// Entries that are being written, or were when their gateway died: one lives as long as who makes its messages.
+void Check::check_drafts(const std::string& queue) {
+    const std::string folder = os_HomePath("~/queues/") + queue + "/tmp";
     for_each_name(folder, [&](const char* name, bool is_folder) {
         const std::string path = folder + '/' + name;
-        if (is_folder || (!names_have_processes && is_saved_tnef(name))) return;
-        struct stat info {};
-        if (::stat(path.c_str(), &info) != 0) return;
+        if (is_folder) return;
         const std::optional<std::uint32_t> process = process_in_name(name);
-        const bool lives = process ? liveness_.lives(*process) : info.st_mtime + kStale > std::time(nullptr);
-        if (lives) {
+        bool at_work = process && is_gateway(*process);
+        try {
+            for (const QueuedMessage& queued : read_entry(path)) at_work = at_work || im_maker_lives(queued.message.file_id);
+        } catch (const Failure&) {  // not written to its end
+        } catch (const er_Escape& escape) {
+            if (escape.group() != kSystemGroup || escape.reason() != ENOENT) throw;
+        }
+        if (at_work) {
             ++result_.living;
         } else {
-            leavings.push_back(path);
+            reclaim(path);
         }
     });
-    for (const std::string& path : leavings) reclaim(path);
+}
+
+void Check::check_scratch() {
+    const std::string folder = os_HomePath("~/tmp");
+    for_each_name(folder, [&](const char* name, bool is_folder) {
+        const std::string path = folder + '/' + name;
+        struct stat info {};
+        if (is_folder || is_saved_tnef(name) || ::lstat(path.c_str(), &info) != 0) return;
+        const std::optional<std::uint32_t> process = process_in_name(name);
+        const bool fresh = info.st_mtime + kStale > std::time(nullptr);
+        if (process ? is_gateway(*process) : fresh) {
+            ++result_.living;
+        } else {
+            reclaim(path);
+        }
+    });
 }
 
 void Check::reclaim(const std::string& path) {
@@ -360,7 +395,7 @@ void Check::reclaim(const std::string& path) {
 void Check::sort_out_orphans() {
     for (const StoreFile& file : store_) {
         if (file.claims != 0) continue;
-        if (liveness_.lives(im_process_of(file.id))) {
+        if (file.in_hand) {
             ++result_.living;
         } else {
             reclaim(im_ItemRef2FName(ref_of(file)));
@@ -386,9 +421,9 @@ FsckResult Check::run() {
     check_layout();
     check_configuration();
     list_store();
-    ask_who_lives();
+    ask_who_is_at_work();
     check_queues();
-    check_scratch(os_HomePath("~/tmp"), false);
+    check_scratch();
     sort_out_orphans();
     summarise();
     return result_;

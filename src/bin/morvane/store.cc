@@ -87,7 +87,8 @@ std::vector<EntryName> entry_names(std::string_view queue) {
     std::vector<EntryName> entries;
     const std::string folder = os_HomePath("~/queues/" + std::string(queue));
     for (const bool taken : {false, true})
-        for (std::string& name : file_names(folder + (taken ? "/cur" : "/new"))) entries.push_back({std::move(name), taken});
+        for (std::string& name : file_names(folder + (taken ? "/cur" : "/new")))
+            if (!name.starts_with('.')) entries.push_back({std::move(name), taken});
     return entries;
 }
 

@@ -29,15 +29,21 @@ bool base_Detector::is_plain(std::string_view data) const {
     return data.find("~{") == std::string_view::npos && !(last_ == '~' && data.front() == '{');
 }
 
+// Plain text that went before says nothing but that this is not the beginning (where a byte-order mark may be). Its last byte
+// may be the tilde of an HZ escape, which the engine sees only when it stands in one piece with what follows.
+void base_Detector::start_engine(std::string_view data) {
+    engine_ = std::make_unique<Engine>();
+    if (!any_) return engine_->feed(data);
+    std::string joined(1, last_);
+    engine_->feed(joined += data);
+}
+
 void base_Detector::feed(std::string_view data) {
     if (data.empty()) return;
-    if (!engine_ && !is_plain(data)) {
-        engine_ = std::make_unique<Engine>();
-        // Plain text that went before says nothing but that this is not the beginning (where a byte-order mark may be),
-        // and a tilde that may open HZ.
-        if (any_) engine_->feed(std::string_view(&last_, 1));
-    }
-    if (engine_) engine_->feed(data);
+    if (engine_)
+        engine_->feed(data);
+    else if (!is_plain(data))
+        start_engine(data);
     last_ = data.back();
     any_ = true;
 }

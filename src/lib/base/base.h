@@ -6,7 +6,7 @@
 #include <string>
 #include <string_view>
 
-// Detects the set of text that comes in pieces. 7-bit text without an escape character and without "~{" (which would be
+// Detects the set of text that comes in pieces (the first of at least 64 bytes, or all there is). 7-bit text without an escape character and without "~{" (which would be
 // ISO 2022 or HZ) is IA5, and is recognised without starting the detector.
 class base_Detector {
 public:
@@ -23,6 +23,7 @@ public:
 private:
     struct Engine;
     bool is_plain(std::string_view data) const;
+    void start_engine(std::string_view data);
 
     std::unique_ptr<Engine> engine_;  // once it is needed
     char last_ = '\0';                // the byte seen last; NUL before the first

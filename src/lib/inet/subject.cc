@@ -6,6 +6,7 @@
 #include "inet/subject.h"
 
 #include <algorithm>
+#include <utility>
 #include <vector>
 
 #include "ccs/ccs.h"
@@ -74,7 +75,7 @@ void append_quoted(std::string& out, std::string_view bytes) {
 class Characters {
 public:
     Characters(std::string_view text, std::string_view charset, const ccs_Descriptor* set)
-        : rest_(text), charset_(charset), shape_(set == nullptr ? ccs_Shape::single : set->shape) {
+        : whole_(text), rest_(text), charset_(charset), shape_(set == nullptr ? ccs_Shape::single : set->shape) {
         if (shape_ != ccs_Shape::shifted) return;
         reshift_ = cvc_ConvertString(text, charset, kUtf8Set, utf8_) == kConverted;
         shape_ = reshift_ ? ccs_Shape::utf8 : ccs_Shape::single;
@@ -83,8 +84,12 @@ public:
 
     bool empty() const { return rest_.empty(); }
 
-    // Takes as many characters as fit into `room` of encoded text, at least one.
+    // Takes as many characters as fit into `room` of encoded text, at least one. Text that fits whole is taken as it is.
     std::string take(std::size_t room, bool base64) {
+        if (std::exchange(first_, false) && encoded_size(whole_, base64) <= room) {
+            rest_ = {};
+            return std::string(whole_);
+        }
         return reshift_ ? take_reshifted(room, base64) : std::string(take_straight(room, base64));
     }
 
@@ -124,11 +129,13 @@ private:
         return taken;
     }
 
+    std::string_view whole_;
     std::string utf8_;
     std::string_view rest_;
     std::string_view charset_;
     ccs_Shape shape_;
     bool reshift_ = false;
+    bool first_ = true;
 };
 
 std::string in_words(std::string_view text, std::string_view charset, bool base64) {

@@ -8,6 +8,7 @@
 
 #include "ccs/ccs.h"
 #include "cvc/cvc.h"
+#include "cvc/utf8.h"
 
 namespace {
 
@@ -169,14 +170,21 @@ std::vector<Run> split(std::string_view text) {
     return runs;
 }
 
+// As cvc_ConvertString, but bytes that are called UTF-8 are looked at even when nothing is to be done to them.
+int convert_checked(std::string_view bytes, std::string_view from, std::string_view to, std::string& out) {
+    const bool unchecked = ccs_same_set(from, to) && ccs_same_set(to, kUtf8Set);
+    if (unchecked && check_utf8(bytes).valid != bytes.size()) return kNotInSet;
+    return cvc_ConvertString(bytes, from, to, out);
+}
+
 // Converts the bytes of a word. Mail that is wrong about itself is forgiven in two ways: a character that was cut off at
 // the end is dropped, and bytes that are not in the set but are UTF-8 are UTF-8.
 bool convert_word(std::string_view bytes, std::string_view from, std::string_view to, std::string& out, bool& lossless) {
     constexpr std::size_t kLongestRest = 3;
-    int result = cvc_ConvertString(bytes, from, to, out);
-    if (result == kNotInSet) result = cvc_ConvertString(bytes, kUtf8Set, to, out);
+    int result = convert_checked(bytes, from, to, out);
+    if (result == kNotInSet) result = convert_checked(bytes, kUtf8Set, to, out);
     for (std::size_t cut = 1; result == kNotInSet && cut <= kLongestRest && cut < bytes.size(); ++cut)
-        result = cvc_ConvertString(bytes.substr(0, bytes.size() - cut), from, to, out);
+        result = convert_checked(bytes.substr(0, bytes.size() - cut), from, to, out);
     lossless = result == kConverted;
     return cvc_is_usable(result);
 }

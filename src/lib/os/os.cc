@@ -34,9 +34,14 @@ void await_again(int fd, short event, int error, const char* what) {
     }
 }
 
-bool is_folder(const std::string& path) {
+// Makes a folder, or finds it made; else false and errno.
+bool made_folder(const std::string& path, mode_t mode) {
+    if (::mkdir(path.c_str(), mode) == 0) return true;
+    if (errno != EEXIST) return false;
     struct stat info {};
-    return ::stat(path.c_str(), &info) == 0 && S_ISDIR(info.st_mode);
+    if (::stat(path.c_str(), &info) == 0 && S_ISDIR(info.st_mode)) return true;
+    errno = EEXIST;
+    return false;
 }
 
 }  // namespace
@@ -182,9 +187,10 @@ void os_rename(std::string_view from, std::string_view to) {
 
 void os_mkdirs(std::string_view path, mode_t mode) {
     const std::string name = os_HomePath(path);
+    if (made_folder(name, mode)) return;  // its parents are there, as a rule
     for (std::size_t slash = name.find('/', 1);; slash = name.find('/', slash + 1)) {
         const std::string part = name.substr(0, slash);
-        if (::mkdir(part.c_str(), mode) != 0 && (errno != EEXIST || !is_folder(part))) er_SystemEscape(errno, part);
+        if (!made_folder(part, mode)) er_SystemEscape(errno, part);
         if (slash == std::string::npos) return;
     }
 }

@@ -133,7 +133,7 @@ TEST(Strings, EverySetReadsWhatItWrites) {
         EXPECT_EQ(cvc_ConvertString(text, "UTF8", set.name, there), 0) << set.name;
         EXPECT_EQ(cvc_ConvertString(there, set.name, "UTF8", back), 0) << set.name;
         EXPECT_EQ(back, text) << set.name;
-        if (set.extends_ascii()) EXPECT_EQ(there, text) << set.name;
+        EXPECT_TRUE(there == text || !set.extends_ascii()) << set.name;
         EXPECT_TRUE(cvc_IsMappingAvail(set.name, "ISO8859_1")) << set.name;
         EXPECT_TRUE(cvc_IsConvertAvail("UTF8", set.name)) << set.name;
     }

@@ -74,7 +74,7 @@ TEST(HzEncoder, WhatItWritesIsReadAgain) {
         EXPECT_EQ(encoder.encode(row.euc, out), row.lost) << row.why;
         encoder.finish(out);
         EXPECT_EQ(out, row.hz) << row.why;
-        if (row.lost == 0) EXPECT_EQ(decode(out, 0), row.euc) << row.why;
+        EXPECT_TRUE(row.lost != 0 || decode(out, 0) == row.euc) << row.why;
     }
 }
 

@@ -2,17 +2,15 @@
 // subject, content.
 #include "ux_in/plain_body.h"
 
-#include <fstream>
-#include <optional>
-#include <random>
+#include <filesystem>
 #include <string>
 #include <vector>
 
 #include <gtest/gtest.h>
 
+#include "support/home.h"
 #include "support/log_lines.h"
 #include "support/message_text.h"
-#include "support/temporary_home.h"
 #include "ux_in/charsets.h"
 #include "ux_in/part_info.h"
 
@@ -113,7 +111,7 @@ protected:
     }
 
     using Parts = std::vector<std::string>;
-    TemporaryHome home_;
+    TestHome home_;
     LogLines log_;
     tf_File TfHandle_;
     Msg_File MsgHandle_;
@@ -256,7 +254,7 @@ TEST_F(PlainBody, EndOfInputEscapesAndLeavesNothing) {
         EXPECT_FALSE(EndOfMsg_);
         MsgHandle_ = Msg_File();
         TfHandle_ = tf_File();
-        EXPECT_EQ(home_.items(), 0U) << text.substr(0, 20);
+        EXPECT_EQ(home_.files("data").size(), 0U) << text.substr(0, 20);
     }
 }
 
@@ -269,8 +267,8 @@ TEST_F(PlainBody, ManyItems) {
 // Text that cannot be written is the reason of its own, not the system's.
 TEST_F(PlainBody, TextThatCannotBeWritten) {
     const MessageText input(std::string(1'000'000, 'x') + "\n.\n");
-    std::filesystem::remove_all(home_.path() + "/data");
-    std::ofstream(home_.path() + "/data") << "no folder";
+    std::filesystem::remove_all(home_.file("data"));
+    home_.write("data", "no folder");
     try {
         convert(true, {});
         ADD_FAILURE();
@@ -278,8 +276,7 @@ TEST_F(PlainBody, TextThatCannotBeWritten) {
         EXPECT_EQ(escape.group(), kGatewayGroup);
         EXPECT_EQ(escape.reason(), 1412);
     }
-    std::filesystem::remove(home_.path() + "/data");
-    std::filesystem::create_directory(home_.path() + "/data");
+    std::filesystem::remove(home_.file("data"));
 }
 
 TEST(TextPart, IsANewEmptyItem) {
@@ -296,7 +293,7 @@ class Steered : public PlainBody {
 protected:
     void steer(std::string_view set, std::string_view rules) {
         home_.set_keys("UXI_UNIX_MAIL_CHARSET = \"" + std::string(set) + "\"\n");
-        std::ofstream(home_.path() + "/sys/unixin.str") << rules;
+        home_.write("sys/unixin.str", rules);
         ux_reset_charsets();
         ux_InGetDefaultCharsets();
         ux_charsets().DoCSAutoDetect = 'N';
@@ -326,7 +323,8 @@ TEST_F(Steered, WholeFileConversion) {
     steer("ISO8859_1",
           "[[convert]]\ntype = 2133\nfrom = \"KOI8_R\"\nto_type = 1167\nto = \"UTF8\"\nconverter = \"upper\"\n"
           "[converter.upper]\ncommand = [\"/usr/bin/tr\", \"a-z\", \"A-Z\"]\n");
-    EXPECT_EQ(parts("text\n.\n", true, "fc=2133.KOI8_R"), Parts{"1167|UTF8|subject|TEXT\\n"});
+    EXPECT_EQ(parts("t\xE9xt\n.\n", true, "fc=2133.KOI8_R"), Parts{"1167|UTF8|subject|T\xE9XT\\n"});
+    EXPECT_EQ(parts("text\n.\n", true, "fc=2133.KOI8_R"), Parts{"1167|IA5|subject|text\\n"}) << "7-bit text needs none";
     EXPECT_EQ(parts(item("S") + ".\n", true, "fc=2133.KOI8_R"), Parts{"1167|UTF8|x|ABC"});
 }
 

@@ -1,13 +1,19 @@
 // Native records, byte for byte, and the update of the header record.
 #include "ux_in/records.h"
 
+#include <unistd.h>
+
 #include <cstdint>
+#include <cstdlib>
 #include <limits>
 #include <string>
 
 #include <gtest/gtest.h>
 
-#include "support/temporary_home.h"
+#include "er/er.h"
+#include "os/catalog.h"
+#include "support/child.h"
+#include "support/home.h"
 
 namespace {
 
@@ -191,7 +197,7 @@ protected:
         return static_cast<std::uint32_t>(header().get32(24));
     }
 
-    TemporaryHome home_;
+    TestHome home_;
     tf_File file_;
     std::int64_t position_ = 0;
 };
@@ -272,11 +278,20 @@ TEST_F(HeaderUpdate, LeavesEverythingElseAlone) {
     EXPECT_EQ(bytes(), creator) << "a wrapped record of another type";
 }
 
-TEST(AppendToORN, WithoutACatalogTheNameHasNoSuchField) {
-    std::string name = "/S=a";
+TEST(AppendToORN, TakesTheCatalogText) {
+    const TestHome home;
+    home.write("tmp/unix.msg", "$set 102\n1 Post/master\n");
+    const std::string from = home.file("tmp/unix.msg"), to = home.file("nls/C/unix.cat");
+    ASSERT_EQ(run_in_child([&] { return ::execlp("gencat", "gencat", to.c_str(), from.c_str(), nullptr); }), 0);
+    ::setenv("LANG", "C", 1);
+    os_MCOpen(kGatewayGroup);
+    std::string name = "/O=here/S=a";
     NM_PARSE_STATUS status = nm_ParseORN(name);
-    ux_InAppendToORN(name, status, kNmCommonName, 1403);
-    EXPECT_EQ(name, "/S=a");
+    ux_InAppendToORN(name, status, kNmCommonName, 1);
+    EXPECT_EQ(name, "/O=here/S=a/CN=Post\\/master");
+    ux_InAppendToORN(name, status, kNmGivenName, 2);
+    EXPECT_EQ(name, "/O=here/S=a/CN=Post\\/master") << "no such text, no such field";
+    os_MCClose();
 }
 
 }  // namespace

@@ -1,9 +1,9 @@
 // Reading a saved header back: fields, continuation lines, joining rules and their bounds.
 #include "ux_in/saved_header.h"
 
-#include <gtest/gtest.h>
-
 #include <string>
+
+#include <gtest/gtest.h>
 
 namespace {
 
@@ -64,7 +64,8 @@ TEST(SavedHeader, AContinuationThatDoesNotFitIsLeftOut) {
     };
     const Row rows[] = {{500, 522, true, true}, {500, 523, false, true}, {500, 524, false, false}};
     for (const Row& row : rows) {
-        const im_Item item = item_of("A:" + std::string(row.first, 'a') + "\r\n " + std::string(row.second, 'b') + "\r\n c\r\n");
+        const im_Item item =
+            item_of("A:" + std::string(row.first, 'a') + "\r\n " + std::string(row.second, 'b') + "\r\n c\r\n");
         SavedHeader spaced(item), appended(item);
         ASSERT_TRUE(spaced.next() && appended.next());
         const std::string with_space = spaced.space_joined();

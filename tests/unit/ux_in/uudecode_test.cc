@@ -6,9 +6,9 @@
 
 #include <gtest/gtest.h>
 
+#include "support/home.h"
 #include "support/log_lines.h"
 #include "support/message_text.h"
-#include "support/temporary_home.h"
 
 namespace {
 
@@ -59,7 +59,7 @@ protected:
         }
     }
 
-    TemporaryHome home_;
+    TestHome home_;
     std::string item_;
     std::string next_;  // the line after the item
     bool end_ = false;
@@ -281,7 +281,7 @@ TEST_F(Uudecode, EndOfInputEscapesAndLeavesNothing) {
             EXPECT_EQ(escape.reason(), 1401);
         }
         EXPECT_FALSE(end);
-        EXPECT_EQ(home_.items(), 0U);
+        EXPECT_EQ(home_.files("data").size(), 0U);
     }
 }
 

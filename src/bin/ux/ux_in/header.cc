@@ -228,8 +228,9 @@ void HeaderConversion::take_transfer_encoding() {
 }
 
 void HeaderConversion::take_encoding_list() {
-    header_.ppEncoding = ux_InAppendEncodingInfo(in_.value(), true);
-    while (const auto more = in_.continuation()) header_.ppEncoding = ux_InAppendEncodingInfo(*more, false);
+    const std::string* list = &ux_InAppendEncodingInfo(in_.value(), true);
+    while (const auto more = in_.continuation()) list = &ux_InAppendEncodingInfo(*more, false);
+    header_.ppEncoding = *list;
 }
 
 void HeaderConversion::take_content_type() {
