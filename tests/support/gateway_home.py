@@ -61,6 +61,7 @@ class Home:
         made = self.morvane("init", "--home", str(self.path))
         if made.returncode != 0:
             raise RuntimeError("morvane init: " + made.stderr.decode(errors="replace"))
+        self.unset("INET_LOCAL_DOMAINS")  # init takes it from this host; without it the host's own name is local
         if os.getuid() != 0:  # the tests give senders of their own
             self.write("sys/unixin.trust", pwd.getpwuid(os.getuid()).pw_name + "\n")
 
@@ -83,10 +84,14 @@ class Home:
 
     def configure(self, line):
         """Adds a line to gateway.toml; a key that is set already is set anew."""
+        self.unset(line.split("=")[0].strip())
+        with open(self.path / "sys/gateway.toml", "a", encoding="utf-8") as file:
+            file.write(line + "\n")
+
+    def unset(self, key):
         path = self.path / "sys/gateway.toml"
-        key = line.split("=")[0].strip()
-        kept = [old for old in path.read_text(encoding="utf-8").splitlines() if old.split("=")[0].strip() != key]
-        path.write_text("\n".join([*kept, line]) + "\n", encoding="utf-8")
+        kept = [line for line in path.read_text(encoding="utf-8").splitlines() if line.split("=")[0].strip() != key]
+        path.write_text("".join(line + "\n" for line in kept), encoding="utf-8")
 
     def run_as(self, user):
         """The gateway runs as `user`, who then owns the home as well. Needs root."""
@@ -108,27 +113,28 @@ class Home:
             timeout=timeout, check=False, **identity)
 
     def morvane(self, *args, env=None, timeout=120):
-        return subprocess.run([str(MORVANE), *args], input=b"", capture_output=True, env=self.environment(env),
-                              cwd="/", timeout=timeout, check=False)
+        env = self.environment({"LANG": "C.UTF-8", **(env or {})})
+        return subprocess.run([str(MORVANE), *args], input=b"", capture_output=True, env=env, cwd="/",
+                              timeout=timeout, check=False)
 
     def entries(self):
         """Queue entries that wait, in order of service."""
-        return sorted((self.path / "queues/ROUTER/new").iterdir(), key=lambda path: path.name)
+        return sorted((self.path / "queues/ROUTER/new").glob("*"), key=lambda path: path.name)
 
     def messages(self, entry):
         """The message files that a queue entry queues."""
         return [self.path / item_path(record) for kind, record in records(entry.read_bytes())
                 if kind == RECORD_QUEUE_ENTRY]
 
+    def files_of(self, message):
+        """The files of a message: the main transfer file, then the attached ones in order."""
+        return [self.path / item_path(record) for kind, record in records(message.read_bytes())
+                if kind == RECORD_MESSAGE_FILE]
+
     def queued_files(self):
         """Every file that a waiting message consists of."""
-        found = set()
-        for entry in self.entries():
-            for message in self.messages(entry):
-                found.add(message)
-                found.update(self.path / item_path(record) for kind, record in records(message.read_bytes())
-                             if kind == RECORD_MESSAGE_FILE)
-        return found
+        messages = [message for entry in self.entries() for message in self.messages(entry)]
+        return {file for message in messages for file in [message, *self.files_of(message)]}
 
     def left_behind(self):
         """Files that no waiting message needs; a session that has ended leaves none."""

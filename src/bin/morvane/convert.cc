@@ -10,6 +10,7 @@
 #include <chrono>
 #include <csignal>
 #include <cstdio>
+#include <cstring>
 #include <memory>
 
 #include "er/er.h"
@@ -26,10 +27,12 @@ using Clock = std::chrono::steady_clock;
 constexpr unsigned kMostJobs = 256;
 constexpr auto kBarEvery = std::chrono::milliseconds(100);
 constexpr std::size_t kBarWidth = 30;
+constexpr int kPollLimit = 100;  // milliseconds, so that the bar goes on
 
 std::string plain_address(std::string_view text) {
     if (text.starts_with('<') && text.ends_with('>')) text = text.substr(1, text.size() - 2);
-    if (!text.empty() && !is_sendable(text)) throw Failure("\"" + std::string(text) + "\" is not an address that can be sent");
+    if (!text.empty() && !is_sendable(text))
+        throw Failure("\"" + std::string(text) + "\" is not an address that can be sent");
     return std::string(text);
 }
 
@@ -98,6 +101,7 @@ private:
     Envelope envelope_of(const MailPiece& piece) const;
     void feed(GatewaySession& session);
     void settle(GatewaySession& session);
+    void tell_refusal(const std::string& what, const std::string& reply);
     void wait();
     void draw();
     double seconds() const { return std::chrono::duration<double>(Clock::now() - start_).count(); }
@@ -118,7 +122,10 @@ private:
 };
 
 Conversion::Conversion(const ConvertOptions& options, Printer& out, const Screen& screen)
-    : options_(options), out_(out), screen_(screen), source_(options.files),
+    : options_(options),
+      out_(out),
+      screen_(screen),
+      source_(options.files),
       bar_(::isatty(STDERR_FILENO) == 1, ::isatty(STDERR_FILENO) == 1 ? count_bytes(options.files) : 0) {
     command_.program = options.gateway.empty() ? find_gateway() : options.gateway;
     if (!options.system.empty()) command_.arguments = {"-s", options.system};
@@ -140,13 +147,33 @@ Envelope Conversion::envelope_of(const MailPiece& piece) const {
     return envelope;
 }
 
+// A file that cannot be read is told like a refusal; the others go on.
 void Conversion::feed(GatewaySession& session) {
-    if (exhausted_ || !session.idle()) return;
-    std::optional<MailPiece> piece = source_.next();
-    exhausted_ = !piece;
-    if (exhausted_) return;
-    Envelope envelope = envelope_of(*piece);
-    session.give(*std::move(piece), std::move(envelope));
+    while (!exhausted_ && session.idle()) {
+        std::optional<MailPiece> piece;
+        std::optional<Envelope> envelope;
+        try {
+            piece = source_.next();
+            exhausted_ = !piece;
+            if (exhausted_) return;
+            envelope = envelope_of(*piece);
+        } catch (const er_Escape& escape) {
+            tell_refusal(escape.detail(), std::strerror(escape.reason()));
+            continue;
+        } catch (const Failure& failure) {
+            tell_refusal(failure.what(), "not converted");
+            continue;
+        }
+        session.give(*std::move(piece), *std::move(envelope));
+    }
+}
+
+void Conversion::tell_refusal(const std::string& what, const std::string& reply) {
+    ++refused_;
+    bar_.clear();
+    out_ << screen_.paint(Ink::damage, "refused") << "  " << harmless(what, screen_) << ": " << harmless(reply, screen_)
+         << '\n';
+    out_.flush();
 }
 
 void Conversion::settle(GatewaySession& session) {
@@ -157,11 +184,7 @@ void Conversion::settle(GatewaySession& session) {
         ++queued_;
         return;
     }
-    ++refused_;
-    bar_.clear();
-    out_ << screen_.paint(Ink::damage, "refused") << "  " << harmless(place_of(outcome->piece), screen_) << ": "
-         << harmless(outcome->reply, screen_) << '\n';
-    out_.flush();
+    tell_refusal(place_of(outcome->piece), outcome->reply);
     if (session.unusable()) throw Failure(command_.program + " takes no mail: " + outcome->reply);
 }
 
@@ -179,7 +202,7 @@ void Conversion::wait() {
             owners.push_back(session.get());
         }
     }
-    const int ready = ::poll(polled.data(), polled.size(), bar_.due() ? 0 : 1000);
+    const int ready = ::poll(polled.data(), polled.size(), kPollLimit);
     if (ready < 0 && errno != EINTR) er_SystemEscape(errno, "poll");
     for (std::size_t i = 0; ready > 0 && i < polled.size(); ++i) {
         if (polled[i].revents == 0) continue;

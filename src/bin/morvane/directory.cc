@@ -71,10 +71,12 @@ int directory_import(const DirectoryOptions& options, Printer& out, const Screen
     try {
         const dr_ImportResult result = dr_import(options.name, input.stream(), format, options.replace);
         out << counted(result.entries, "entry", "entries") << " in " << options.name;
-        if (result.skipped > 0) out << ", " << counted(result.skipped, "entry", "entries") << " without a native name skipped";
+        if (result.skipped > 0)
+            out << ", " << counted(result.skipped, "entry", "entries") << " without a native name skipped";
         out << '\n';
     } catch (const er_Escape& escape) {
-        if (escape.group() == kSystemGroup && escape.reason() == EINVAL) throw Failure(options.file + ": " + escape.detail());
+        if (escape.group() == kSystemGroup && escape.reason() == EINVAL)
+            throw Failure(options.file + ": " + escape.detail());
         throw;
     }
     return 0;
@@ -83,7 +85,8 @@ int directory_import(const DirectoryOptions& options, Printer& out, const Screen
 int directory_export(const DirectoryOptions& options, Printer&, const Screen&) {
     check_name(options.name);
     const bool to_file = !options.file.empty() && options.file != "-";
-    const dr_Format format = format_called(options.format).value_or(ends_with_csv(options.file) ? dr_Format::csv : dr_Format::ldif);
+    const dr_Format format =
+        format_called(options.format).value_or(ends_with_csv(options.file) ? dr_Format::csv : dr_Format::ldif);
     std::ofstream file;
     if (to_file) {
         file.open(options.file, std::ios::binary | std::ios::trunc);
@@ -115,7 +118,8 @@ int directory_lookup(const DirectoryOptions& options, Printer& out, const Screen
     }
     if (options.json) out << list.dump(2) << '\n';
     out.flush();
-    if (entries.empty()) throw Failure("no entry of " + options.name + " has \"" + options.value + "\" in " + options.attribute);
+    if (entries.empty())
+        throw Failure("no entry of " + options.name + " has \"" + options.value + "\" in " + options.attribute);
     return 0;
 }
 
@@ -124,7 +128,8 @@ int directory_list(const DirectoryOptions& options, Printer& out, const Screen& 
     Json list = Json::array();
     for (const dr_Listing& listing : dr_list()) {
         list.push_back({{"directory", lenient_utf8(listing.directory)}, {"entries", listing.entries}});
-        if (!options.json) out << harmless(listing.directory, screen) << "  " << counted(listing.entries, "entry", "entries") << '\n';
+        if (!options.json)
+            out << harmless(listing.directory, screen) << "  " << counted(listing.entries, "entry", "entries") << '\n';
     }
     if (options.json) out << list.dump(2) << '\n';
     return 0;

@@ -39,8 +39,8 @@ struct StoreFile {
     std::uint64_t id = 0;
     std::uint32_t extension = 0;
     std::uint16_t domain = 0;
-    std::uint8_t claims = 0;   // messages that lead to it, for a message file: entries; 2 is any more
-    bool in_hand = false;      // of a process that was at work before the queues were read
+    std::uint8_t claims = 0;  // messages that lead to it, for a message file: entries; 2 is any more
+    bool in_hand = false;     // of a process that was at work before the queues were read
 
     bool operator<(const StoreFile& other) const {
         if (id != other.id) return id < other.id;
@@ -78,7 +78,8 @@ void for_each_name(const std::string& folder, const std::function<void(const cha
         const std::string_view name = entry->d_name;
         if (name == "." || name == "..") continue;
         bool is_folder = entry->d_type == DT_DIR;
-        if (struct stat info{}; entry->d_type == DT_UNKNOWN && ::stat((folder + '/' + entry->d_name).c_str(), &info) == 0)
+        if (struct stat info{};
+            entry->d_type == DT_UNKNOWN && ::stat((folder + '/' + entry->d_name).c_str(), &info) == 0)
             is_folder = S_ISDIR(info.st_mode);
         visit(entry->d_name, is_folder);
     }
@@ -100,9 +101,12 @@ bool is_gateway(std::uint32_t process) {
     return got > 0 && std::string_view(name.data(), static_cast<std::size_t>(got)) == "unix.in\n";
 }
 
-// The process in "<anything>-<process>-<number>" with or without an extension, as queue entries and scratch files have it.
+// The process in "<anything>-<process>-<number>" with or without an extension, as queue entries and scratch files have
+// it.
 std::optional<std::uint32_t> process_in_name(std::string_view name) {
-    name = name.substr(0, name.rfind('.') == std::string_view::npos || name.rfind('.') < name.rfind('-') ? name.size() : name.rfind('.'));
+    name = name.substr(0, name.rfind('.') == std::string_view::npos || name.rfind('.') < name.rfind('-')
+                              ? name.size()
+                              : name.rfind('.'));
     const std::size_t last = name.rfind('-');
     if (last == std::string_view::npos || last == 0) return std::nullopt;
     const std::size_t before = name.rfind('-', last - 1);
@@ -115,7 +119,8 @@ bool is_saved_tnef(std::string_view name) { return name.starts_with("unix.in-") 
 
 class Check {
 public:
-    Check(const FsckOptions& options, Printer& out, const Screen& screen) : options_(options), out_(out), screen_(screen) {}
+    Check(const FsckOptions& options, Printer& out, const Screen& screen)
+        : options_(options), out_(out), screen_(screen) {}
     FsckResult run();
 
 private:
@@ -168,7 +173,8 @@ private:
 
 void Check::check_layout() {
     std::vector<std::string> folders = {"sys", "nls/C", "tmp", "logs"};
-    for (const char* part : {"tmp", "new", "cur"}) folders.push_back("queues/" + std::string(kRouterQueue) + '/' + part);
+    for (const char* part : {"tmp", "new", "cur"})
+        folders.push_back("queues/" + std::string(kRouterQueue) + '/' + part);
     constexpr std::string_view digits = "0123456789abcdef";
     for (const char* domain : {"data/1/", "data/4/"})
         for (unsigned folder = 0; folder < 256; ++folder)
@@ -180,7 +186,8 @@ void Check::check_layout() {
 }
 
 void Check::check_configuration() {
-    if (ByteFile::open("~/sys/config").size() < kConfigNeeded) damage("sys/config: too short, the name delimiter is not in it");
+    if (ByteFile::open("~/sys/config").size() < kConfigNeeded)
+        damage("sys/config: too short, the name delimiter is not in it");
     cust_Reset();
     try {
         cust_GetBoolean("QUEUE_SYNC", true);
@@ -219,8 +226,8 @@ void Check::list_store() {
     std::sort(store_.begin(), store_.end());
 }
 
-// Before the queues are read: see fsck.h. Ids are in order and those of a process stand together, so it is asked for once
-// for each 4096 of them.
+// Before the queues are read: see fsck.h. Ids are in order and those of a process stand together, so it is asked for
+// once for each 4096 of them.
 void Check::ask_who_is_at_work() {
     std::uint64_t block = 0;
     bool at_work = false;
@@ -249,7 +256,8 @@ std::vector<Check::Content> Check::check_records(const std::string& path, Words&
         if (row == nullptr || !walker.next(place)) continue;
         const FieldList fields = read_fields(*row, walker.head(place), place.length);
         const std::string where = below_home(path) + ": offset " + std::to_string(place.position) + ": ";
-        if (fields.missing != nullptr) found.push_back(where + "the record ends before its field " + std::string(fields.missing->key));
+        if (fields.missing != nullptr)
+            found.push_back(where + "the record ends before its field " + std::string(fields.missing->key));
         if (const FieldValue* object = fields.find("content"); object != nullptr && object->cut)
             found.push_back(where + "the object's length is wrong");
         if (step.type == TFREC_content_file_type)
@@ -263,7 +271,8 @@ std::vector<Check::Content> Check::check_records(const std::string& path, Words&
 bool Check::claim(const ITEM_REF& ref, const std::string& owner, Words& found) {
     const std::string path = im_ItemRef2FName(ref);
     ++result_.files;
-    if (ref.flags != 0 || ref.sub_domain != 0) found.push_back(owner + ": the reference to " + item_name(ref) + " has flags");
+    if (ref.flags != 0 || ref.sub_domain != 0)
+        found.push_back(owner + ": the reference to " + item_name(ref) + " has flags");
     const StoreFile key = key_of(ref);
     const auto file = std::lower_bound(store_.begin(), store_.end(), key);
     if (file != store_.end() && !(key < *file)) {
@@ -291,8 +300,8 @@ void Check::check_attachments(const MessageFile& message, const std::vector<Cont
         const std::uint64_t size = list ? 0 : ByteFile::open(path).size();
         if (static_cast<std::uint32_t>(content.size) != (size & 0xFFFFFFFF))
             found.push_back(owner + ": content record " + std::to_string(number) + " says " +
-                            with_commas(static_cast<std::uint32_t>(content.size)) + " bytes, " + item_name(ref) + " has " +
-                            with_commas(size));
+                            with_commas(static_cast<std::uint32_t>(content.size)) + " bytes, " + item_name(ref) +
+                            " has " + with_commas(size));
     }
 }
 
@@ -303,7 +312,8 @@ void Check::check_message(const QueuedMessage& queued, Words& found) {
     const MessageFile message = read_message(path);
     if (message.version != 1) found.push_back(below_home(path) + ": format version " + std::to_string(message.version));
     std::vector<Content> contents;
-    if (claim(message.files.front(), below_home(path), found)) contents = check_records(im_ItemRef2FName(message.files.front()), found);
+    if (claim(message.files.front(), below_home(path), found))
+        contents = check_records(im_ItemRef2FName(message.files.front()), found);
     check_attachments(message, contents, found);
 }
 
@@ -352,7 +362,8 @@ void Check::check_drafts(const std::string& queue) {
         const std::optional<std::uint32_t> process = process_in_name(name);
         bool at_work = process && is_gateway(*process);
         try {
-            for (const QueuedMessage& queued : read_entry(path)) at_work = at_work || im_maker_lives(queued.message.file_id);
+            for (const QueuedMessage& queued : read_entry(path))
+                at_work = at_work || im_maker_lives(queued.message.file_id);
         } catch (const Failure&) {  // not written to its end
         } catch (const er_Escape& escape) {
             if (escape.group() != kSystemGroup || escape.reason() != ENOENT) throw;
@@ -405,15 +416,17 @@ void Check::sort_out_orphans() {
 
 void Check::summarise() {
     if (!options_.verbose && result_.reclaimable > kNamed)
-        tell(Ink::warning, "reclaimable", "... and " + with_commas(result_.reclaimable - kNamed) + " more, named with --verbose");
-    out_ << counted(result_.entries, "entry", "entries") << ", " << counted(result_.messages, "message", "messages") << ", "
-         << counted(result_.files, "file", "files") << " checked: ";
-    out_ << (result_.damage == 0 ? screen_.paint(Ink::good, "no damage") : screen_.paint(Ink::damage, counted(result_.damage, "damage", "damages")));
+        tell(Ink::warning, "reclaimable",
+             "... and " + with_commas(result_.reclaimable - kNamed) + " more, named with --verbose");
+    out_ << counted(result_.entries, "entry", "entries") << ", " << counted(result_.messages, "message", "messages")
+         << ", " << counted(result_.files, "file", "files") << " checked: ";
+    out_ << (result_.damage == 0 ? screen_.paint(Ink::good, "no damage")
+                                 : screen_.paint(Ink::damage, counted(result_.damage, "damage", "damages")));
     if (result_.living > 0) out_ << ", " << counted(result_.living, "file", "files") << " of processes at work";
     if (result_.foreign > 0) out_ << ", " << counted(result_.foreign, "foreign file", "foreign files");
     if (result_.reclaimable > 0)
-        out_ << ", " << counted(result_.reclaimable, "file", "files") << (options_.repair ? " reclaimed (" : " reclaimable (")
-             << human_size(result_.reclaimable_bytes) << ')';
+        out_ << ", " << counted(result_.reclaimable, "file", "files")
+             << (options_.repair ? " reclaimed (" : " reclaimable (") << human_size(result_.reclaimable_bytes) << ')';
     out_ << '\n';
 }
 
@@ -431,7 +444,9 @@ FsckResult Check::run() {
 
 }  // namespace
 
-FsckResult check_home(const FsckOptions& options, Printer& out, const Screen& screen) { return Check(options, out, screen).run(); }
+FsckResult check_home(const FsckOptions& options, Printer& out, const Screen& screen) {
+    return Check(options, out, screen).run();
+}
 
 int fsck(const FsckOptions& options, Printer& out, const Screen& screen) {
     return check_home(options, out, screen).damage == 0 ? 0 : 1;

@@ -10,6 +10,7 @@
 #include <cerrno>
 #include <csignal>
 #include <cstring>
+#include <utility>
 
 #include "er/er.h"
 
@@ -121,10 +122,14 @@ void GatewaySession::start() {
     state_ = State::greeting;
 }
 
-// A gateway whose input ends comes to its own end; closing what it writes to makes sure of it.
-void GatewaySession::stop(bool wait) {
+// A gateway that is told to quit, or whose input ends, comes to its own end; what it still says fits its pipe.
+void GatewaySession::stop() {
+    constexpr std::string_view goodbye = "QUIT\r\n";
+    const bool in_step = to_gateway_ && out_at_ == out_.size();
+    if (in_step && ::write(to_gateway_.get(), goodbye.data(), goodbye.size()) < 0) {
+        // It has gone already, or has no room for it: the end of its input says the same.
+    }
     to_gateway_.reset();
-    if (!wait) from_gateway_.reset();
     if (process_ > 0) ::waitpid(process_, nullptr, 0);
     process_ = -1;
     from_gateway_.reset();
@@ -142,12 +147,7 @@ void GatewaySession::give(MailPiece piece, Envelope envelope) {
 }
 
 void GatewaySession::quit() {
-    if (state_ != State::ready) return;
-    const std::string goodbye = "QUIT\r\n";
-    if (::write(to_gateway_.get(), goodbye.data(), goodbye.size()) < 0) {
-        // It has gone already, which is what we wanted.
-    }
-    stop(true);
+    if (state_ == State::ready) stop();
 }
 
 // The commands go together; the text waits for the reply to DATA.
@@ -166,7 +166,7 @@ void GatewaySession::finish(bool queued, std::string reply) {
     if (queued) {
         state_ = State::ready;
     } else {
-        stop(false);
+        stop();
     }
 }
 
@@ -177,8 +177,12 @@ void GatewaySession::on_envelope_reply(const std::string& line) {
     const char wanted = replies_awaited_ == 0 ? '3' : '2';
     if (line.front() != wanted) return finish(false, line);
     if (replies_awaited_ > 0) return;
-    text_.emplace(piece_);
-    state_ = State::text;
+    try {
+        text_.emplace(piece_);
+        state_ = State::text;
+    } catch (const er_Escape& escape) {
+        finish(false, "it cannot be read: " + std::string(std::strerror(escape.reason())));
+    }
 }
 
 void GatewaySession::on_reply(const std::string& line) {
@@ -227,14 +231,19 @@ void GatewaySession::on_readable() {
     if (in_.size() > kReplyLimit && !idle()) finish(false, "the gateway's reply does not end: " + in_.substr(0, 200));
 }
 
-// Keeps some of the text ready to be written.
+// Keeps some of the text ready to be written. A text that cannot be read to its end is not sent to its end either.
 void GatewaySession::fill() {
     if (out_at_ == out_.size()) {
         out_.clear();
         out_at_ = 0;
     }
-    while (wants_text() && out_.size() - out_at_ < kMostPending)
-        if (!text_->next(out_)) state_ = State::verdict;
+    try {
+        while (wants_text() && out_.size() - out_at_ < kMostPending)
+            if (!text_->next(out_)) state_ = State::verdict;
+    } catch (const er_Escape& escape) {
+        out_.push_back('x');  // out of step: the gateway's input ends inside the text
+        finish(false, "it cannot be read: " + std::string(std::strerror(escape.reason())));
+    }
 }
 
 void GatewaySession::on_writable() {

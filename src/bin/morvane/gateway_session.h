@@ -58,7 +58,7 @@ private:
     enum class State : std::uint8_t { down, greeting, hello, envelope, text, verdict, ready };
 
     void start();
-    void stop(bool wait);
+    void stop();
     void say(const std::string& line) { out_ += line + "\r\n"; }
     bool wants_text() const { return state_ == State::text && text_; }
     void fill();

@@ -10,10 +10,10 @@
 #include "os/os.h"
 
 #ifndef MORVANE_SHARE_DIR
-#define MORVANE_SHARE_DIR "/usr/share/morvane"
+    #define MORVANE_SHARE_DIR "/usr/share/morvane"
 #endif
 #ifndef MORVANE_SBIN_DIR
-#define MORVANE_SBIN_DIR "/usr/sbin"
+    #define MORVANE_SBIN_DIR "/usr/sbin"
 #endif
 
 namespace morvane {
@@ -40,21 +40,24 @@ void choose_home(const HomeChoice& choice) {
 
 void require_home() {
     if (!os_fexists("~/sys/config"))
-        throw Failure(os_Home() + " is not the home of a mail system (it has no sys/config); morvane init lays one down");
+        throw Failure(os_Home() +
+                      " is not the home of a mail system (it has no sys/config); morvane init lays one down");
 }
 
 std::string find_share() {
     const std::filesystem::path folder = program_folder();
-    const std::array candidates = {folder / "../share/morvane", folder / "../share", std::filesystem::path(MORVANE_SHARE_DIR)};
+    const std::array candidates = {folder / "../share/morvane", folder / "../share",
+                                   std::filesystem::path(MORVANE_SHARE_DIR)};
     for (const auto& candidate : candidates)
         if (os_fexists((candidate / "gateway.toml").string())) return candidate.lexically_normal().string();
-    throw Failure("gateway.toml is neither in " + candidates[0].lexically_normal().string() + " nor in " + MORVANE_SHARE_DIR +
-                  ": is morvane installed completely?");
+    throw Failure("gateway.toml is neither in " + candidates[0].lexically_normal().string() + " nor in " +
+                  MORVANE_SHARE_DIR + ": is morvane installed completely?");
 }
 
 std::string find_gateway() {
     const std::filesystem::path folder = program_folder();
-    const std::array candidates = {folder / "unix.in", folder / "../sbin/unix.in", std::filesystem::path(MORVANE_SBIN_DIR) / "unix.in"};
+    const std::array candidates = {folder / "unix.in", folder / "../sbin/unix.in",
+                                   std::filesystem::path(MORVANE_SBIN_DIR) / "unix.in"};
     for (const auto& candidate : candidates)
         if (os_fexists(candidate.string())) return candidate.lexically_normal().string();
     throw Failure("unix.in is neither beside this program nor in " MORVANE_SBIN_DIR);

@@ -1,5 +1,5 @@
-// Laying down a home: folders, sys/config, the configuration with its one active key, the catalogs. A file is written under
-// another name and linked to its own, so that one that is there is kept, and none is ever there by half.
+// Laying down a home: folders, sys/config, the configuration with its one active key, the catalogs. A file is written
+// under another name and linked to its own, so that one that is there is kept, and none is ever there by half.
 #include "morvane/init.h"
 
 #include <fcntl.h>
@@ -30,13 +30,16 @@ constexpr std::size_t kDelimiterAt = 476;
 constexpr std::size_t kShareLimit = std::size_t{16} << 20;
 constexpr std::string_view kDomainsKey = "INET_LOCAL_DOMAINS";
 
-// A character that names can use: printable ASCII that is neither part of a keyword or number nor of the grammar itself.
+// A character that names can use: printable ASCII that is neither part of a keyword or number nor of the grammar
+// itself.
 char delimiter_of(const std::string& text) {
     if (text.empty()) return '/';
     const char c = text.front();
     const bool letter = (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9');
     if (text.size() != 1 || c <= ' ' || c > '~' || letter || c == '=' || c == '\\' || c == '.' || c == '-')
-        throw Failure("\"" + text + "\" cannot be the name delimiter: one printable ASCII character is, except letters, digits and = \\ . -");
+        throw Failure(
+            "\"" + text +
+            "\" cannot be the name delimiter: one printable ASCII character is, except letters, digits and = \\ . -");
     return c;
 }
 
@@ -115,9 +118,11 @@ void lay_catalogs(Layer& layer, const std::string& share) {
     });
     for (const std::string& language : languages) {
         layer.folder("~/nls/" + language);
-        layer.file("~/nls/" + language + "/unix.cat", os_read_file(share + "/nls/" + language + "/unix.cat", kShareLimit));
+        layer.file("~/nls/" + language + "/unix.cat",
+                   os_read_file(share + "/nls/" + language + "/unix.cat", kShareLimit));
     }
-    if (!os_fexists("~/nls/C/unix.cat")) throw Failure(share + "/nls/C/unix.cat is missing: is morvane installed completely?");
+    if (!os_fexists("~/nls/C/unix.cat"))
+        throw Failure(share + "/nls/C/unix.cat is missing: is morvane installed completely?");
 }
 
 void make_home_folder() {

@@ -27,7 +27,8 @@ std::string attached_file(const std::string& queue, const std::string& what, std
     const Subject subject = find_subject(queue, what.substr(0, hash));
     std::string path = subject.path;
     if (subject.kind == Subject::Kind::entry) path = file_path(read_entry(path).front().message, path);
-    if (subject.kind != Subject::Kind::entry && subject.kind != Subject::Kind::message) throw Failure(path + " is not a message");
+    if (subject.kind != Subject::Kind::entry && subject.kind != Subject::Kind::message)
+        throw Failure(path + " is not a message");
     const MessageFile message = read_message(path);
     if (number >= message.files.size())
         throw Failure("the message has " + counted(message.files.size() - 1, "attached file", "attached files"));

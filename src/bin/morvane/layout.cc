@@ -243,8 +243,8 @@ ITEM_REF item_at(std::string_view head, std::uint64_t at) {
     return ref;
 }
 
-// A text runs to its NUL. When that is not among the bytes that we have, it is either further on (the rest is not looked
-// at) or missing (the text ends with the record).
+// A text runs to its NUL. When that is not among the bytes that we have, it is either further on (the rest is not
+// looked at) or missing (the text ends with the record).
 void read_text(FieldValue& value, std::string_view head, std::uint64_t length) {
     const std::string_view rest = head.substr(std::min<std::size_t>(head.size(), static_cast<std::size_t>(value.at)));
     const std::size_t end = rest.find('\0');
@@ -291,7 +291,8 @@ FieldList read_fields(const RecordRow& row, std::string_view head, std::uint64_t
         const bool there = width == 0 ? value.at < length : value.at + width <= length;
         const bool seen = width == 0 || value.at + width <= head.size();
         if (field.kind == Kind::bytes) {
-            value.width = std::min(static_cast<std::uint64_t>(list.number("length")), length - std::min(length, value.at));
+            value.width =
+                std::min(static_cast<std::uint64_t>(list.number("length")), length - std::min(length, value.at));
             value.text = head.substr(std::min<std::size_t>(head.size(), static_cast<std::size_t>(value.at)));
             value.text = value.text.substr(0, static_cast<std::size_t>(value.width));
             value.cut = static_cast<std::uint64_t>(list.number("length")) != length - std::min(length, value.at);

@@ -1,5 +1,6 @@
 // The one description of the record types: what each is called and which fields it has, where, of which kind and how
-// they are spelled. The tree, the JSON and the hex dump all read it, so that a field that is known is known to all three.
+// they are spelled. The tree, the JSON and the hex dump all read it, so that a field that is known is known to all
+// three.
 #pragma once
 
 #include <cstdint>
@@ -39,11 +40,11 @@ inline constexpr int kNext = -1;  // after the field before it
 struct FieldRow {
     std::string_view key;  // in JSON and in the hex dump
     Kind kind;
-    int at;                          // offset in the record, or kNext
+    int at;  // offset in the record, or kNext
     Look look = Look::filled;
-    std::string_view lead = {};      // what the tree writes before the value
+    std::string_view lead = {};  // what the tree writes before the value
     Words (*spell)(std::int64_t) = nullptr;
-    bool optional = false;           // a record may end before it
+    bool optional = false;  // a record may end before it
 };
 
 struct RecordRow {
@@ -60,12 +61,12 @@ std::span<const RecordRow> all_records();
 // One field of one record.
 struct FieldValue {
     const FieldRow* row = nullptr;
-    std::uint64_t at = 0;        // in the record
-    std::uint64_t width = 0;     // bytes in the record, a text's NUL included
-    std::int64_t number = 0;     // of the number kinds
-    std::string_view text;       // of the text kinds, without its NUL; of bytes, what of them is in the head
+    std::uint64_t at = 0;     // in the record
+    std::uint64_t width = 0;  // bytes in the record, a text's NUL included
+    std::int64_t number = 0;  // of the number kinds
+    std::string_view text;    // of the text kinds, without its NUL; of bytes, what of them is in the head
     ITEM_REF item;
-    bool cut = false;            // not all of a text is in `text`, or it has no NUL
+    bool cut = false;  // not all of a text is in `text`, or it has no NUL
 };
 
 struct FieldList {
@@ -73,8 +74,8 @@ struct FieldList {
     const FieldRow* missing = nullptr;  // the first field that must be there and is not
 
     const FieldValue* find(std::string_view key) const;
-    std::int64_t number(std::string_view key) const;      // 0 when there is none
-    std::string_view text(std::string_view key) const;    // empty when there is none
+    std::int64_t number(std::string_view key) const;    // 0 when there is none
+    std::string_view text(std::string_view key) const;  // empty when there is none
 };
 
 // Reads the fields of a record from its first bytes; `length` is that of the whole record. The views point into `head`.

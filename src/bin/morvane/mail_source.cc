@@ -30,7 +30,8 @@ constexpr std::string_view kFrom = "From ";
 
 bool equal_ignoring_case(std::string_view a, std::string_view b) {
     const auto lower = [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c + 32) : c; };
-    return a.size() == b.size() && std::equal(a.begin(), a.end(), b.begin(), [&](char x, char y) { return lower(x) == lower(y); });
+    return a.size() == b.size() &&
+           std::equal(a.begin(), a.end(), b.begin(), [&](char x, char y) { return lower(x) == lower(y); });
 }
 
 bool ends_with_any(std::string_view name, std::initializer_list<std::string_view> endings) {
@@ -41,7 +42,8 @@ bool ends_with_any(std::string_view name, std::initializer_list<std::string_view
 
 bool is_digit(char c) { return c >= '0' && c <= '9'; }
 
-// A From_ line after a blank line has a time of day in it, "hh:mm"; a sentence that begins with "From " has hardly ever.
+// A From_ line after a blank line has a time of day in it, "hh:mm"; a sentence that begins with "From " has hardly
+// ever.
 bool has_time(std::string_view line) {
     for (std::size_t at = line.find(':'); at != std::string_view::npos; at = line.find(':', at + 1)) {
         const bool before = at > 0 && is_digit(line[at - 1]);
@@ -94,7 +96,8 @@ MailPiece whole_file(const std::string& path) {
 
 }  // namespace
 
-MboxSplitter::MboxSplitter(std::string path) : path_(std::move(path)), file_(os_open(path_, O_RDONLY)), size_(os_fsize(file_.get())) {
+MboxSplitter::MboxSplitter(std::string path)
+    : path_(std::move(path)), file_(os_open(path_, O_RDONLY)), size_(os_fsize(file_.get())) {
     start_ = from_line_at(0);
 }
 
@@ -165,8 +168,10 @@ std::optional<MailPiece> MboxSplitter::next() {
         const std::uint64_t before = std::max(piece.begin, piece.end < 3 ? 0 : piece.end - 3);
         std::string_view tail = look(before, static_cast<std::size_t>(piece.end - before));
         tail = tail.substr(0, static_cast<std::size_t>(piece.end - before));
-        if (tail.ends_with("\n\r\n")) piece.end -= 2;
-        else if (tail.ends_with("\n\n")) piece.end -= 1;
+        if (tail.ends_with("\n\r\n"))
+            piece.end -= 2;
+        else if (tail.ends_with("\n\n"))
+            piece.end -= 1;
     }
     piece.end = std::max(piece.begin, piece.end);
     return piece;
@@ -175,7 +180,8 @@ std::optional<MailPiece> MboxSplitter::next() {
 // A folder being read: batches of sorted names.
 class MailSource::Folder {
 public:
-    Folder(std::string path, bool maildir, bool inside) : path_(std::move(path)), maildir_(maildir), inside_(inside), listing_(::opendir(path_.c_str())) {
+    Folder(std::string path, bool maildir, bool inside)
+        : path_(std::move(path)), maildir_(maildir), inside_(inside), listing_(::opendir(path_.c_str())) {
         if (!listing_) er_SystemEscape(errno, path_);
     }
     const std::string& path() const { return path_; }
@@ -226,8 +232,10 @@ std::optional<std::string> MailSource::next_file(bool& single) {
             continue;
         }
         const std::string path = folder.path() + '/' + *name;
-        struct stat link {}, target {};
-        if (::lstat(path.c_str(), &link) != 0 || ::stat(path.c_str(), &target) != 0) continue;  // gone, or leads nowhere
+        struct stat link {
+        }, target{};
+        if (::lstat(path.c_str(), &link) != 0 || ::stat(path.c_str(), &target) != 0)
+            continue;                 // gone, or leads nowhere
         if (S_ISDIR(link.st_mode)) {  // folders behind links are not entered: they may lead in a circle
             const bool messages = folder.is_maildir() && (*name == "new" || *name == "cur");
             const bool hidden = name->starts_with('.');
@@ -289,19 +297,26 @@ std::uint64_t count_bytes(const std::vector<std::string>& arguments) {
             const std::string_view name = entry->d_name;
             if (name == "." || name == "..") continue;
             const std::string inner = path + '/' + entry->d_name;
-            if (entry->d_type == DT_DIR) waiting.push_back(inner);
-            else if (::stat(inner.c_str(), &info) == 0 && S_ISREG(info.st_mode)) bytes += static_cast<std::uint64_t>(info.st_size);
+            if (entry->d_type == DT_DIR)
+                waiting.push_back(inner);
+            else if (::stat(inner.c_str(), &info) == 0 && S_ISREG(info.st_mode))
+                bytes += static_cast<std::uint64_t>(info.st_size);
         }
     }
     return bytes;
 }
 
 PieceReader::PieceReader(const MailPiece& piece)
-    : file_(os_open(piece.path, O_RDONLY)), begin_(piece.begin), at_(piece.begin), end_(piece.end), quoted_(piece.quoted) {
+    : file_(os_open(piece.path, O_RDONLY)),
+      begin_(piece.begin),
+      at_(piece.begin),
+      end_(piece.end),
+      quoted_(piece.quoted) {
     ::posix_fadvise(file_.get(), static_cast<off_t>(begin_), static_cast<off_t>(end_ - begin_), POSIX_FADV_SEQUENTIAL);
 }
 
-// What a line begins with: a dot gets another before it, ">From " loses a ">". Bytes that do not decide it yet are held.
+// What a line begins with: a dot gets another before it, ">From " loses a ">". Bytes that do not decide it yet are
+// held.
 void PieceReader::append_line_start(std::string_view& text, std::string& out) {
     bool decided = held_.empty() && (!quoted_ || text.front() != '>');
     if (decided && text.front() == '.') out += '.';
@@ -354,9 +369,8 @@ bool PieceReader::next(std::string& out) {
 
 bool is_sendable(std::string_view address) {
     if (address.empty() || address.size() > kAddressLimit) return false;
-    return std::all_of(address.begin(), address.end(), [](char c) {
-        return static_cast<unsigned char>(c) > ' ' && c != 0x7F && c != '<' && c != '>';
-    });
+    return std::all_of(address.begin(), address.end(),
+                       [](char c) { return static_cast<unsigned char>(c) > ' ' && c != 0x7F && c != '<' && c != '>'; });
 }
 
 namespace {
@@ -420,7 +434,8 @@ std::string first_address(std::string_view list) {
     return {};
 }
 
-constexpr std::array<std::string_view, 3> kRecipientFields = {"Delivered-To", "X-Original-To", "To"};  // the surest first
+constexpr std::array<std::string_view, 3> kRecipientFields = {"Delivered-To", "X-Original-To",
+                                                              "To"};  // the surest first
 
 }  // namespace
 

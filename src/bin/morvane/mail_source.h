@@ -1,5 +1,5 @@
-// Mail as it lies about: single messages (.eml), mbox files, Maildirs, and folders of these. A message is a stretch of a
-// file; its text is streamed, whatever its size.
+// Mail as it lies about: single messages (.eml), mbox files, Maildirs, and folders of these. A message is a stretch of
+// a file; its text is streamed, whatever its size.
 //
 //   mbox      a message begins with a line "From <sender> <date>" at the start of the file or after a blank line, and
 //             ends before the blank line that stands before the next one. Lines ">From ", ">>From " ... lose one ">".
@@ -75,8 +75,9 @@ private:
 // Files and bytes of all that the arguments name, mail or not: for a progress bar.
 std::uint64_t count_bytes(const std::vector<std::string>& arguments);
 
-// The text of a message as it goes through a dialogue: mbox quoting undone, a dot put before a line's leading dot, and the end
-// line after it. Every other byte is as it is; a text that does not end with a line end gets one before the end line.
+// The text of a message as it goes through a dialogue: mbox quoting undone, a dot put before a line's leading dot, and
+// the end line after it. Every other byte is as it is; a text that does not end with a line end gets one before the end
+// line.
 class PieceReader {
 public:
     explicit PieceReader(const MailPiece& piece);

@@ -37,18 +37,13 @@ struct Digest {
     std::uint64_t bytes = 0;
 };
 
-std::uint64_t size_of(const std::string& path) {
-    std::error_code error;
-    const std::uintmax_t size = std::filesystem::file_size(path, error);
-    return error ? 0 : size;
-}
-
 void read_digest(const std::string& path, Digest& digest) {
     ByteFile file = ByteFile::open(path);
     RecordWalker walker(file);
     RecordPlace place;
     bool have_subject = false;
-    for (std::size_t i = 0; i < kRecordsLooked && walker.next(place) && (!have_subject || digest.originator.empty()); ++i) {
+    for (std::size_t i = 0; i < kRecordsLooked && walker.next(place) && (!have_subject || digest.originator.empty());
+         ++i) {
         if (place.wraps > 0 || (place.type != TFREC_creator && place.type != TFREC_subject)) continue;
         const FieldList fields = read_fields(*find_record(place.type), walker.head(place), place.length);
         if (place.type == TFREC_creator) digest.originator = readable_name(fields.text("name"));
@@ -62,7 +57,7 @@ Digest digest_of(const ITEM_REF& ref) {
     digest.id = item_name(ref);
     const MessageFile message = read_message(im_ItemRef2FName(ref));
     digest.files = message.files.size();
-    for (const ITEM_REF& file : message.files) digest.bytes += size_of(im_ItemRef2FName(file));
+    for (const ITEM_REF& file : message.files) digest.bytes += size_of_file(im_ItemRef2FName(file));
     read_digest(im_ItemRef2FName(message.files.front()), digest);
     return digest;
 }
@@ -99,8 +94,11 @@ Json entry_json(const EntryName& entry, const std::vector<QueuedMessage>& messag
     return object;
 }
 
-void print_entry(const EntryName& entry, const std::vector<QueuedMessage>& messages, Printer& out, const Screen& screen) {
-    const auto clean = [&](const std::string& text, std::size_t width) { return shorten(harmless(text, screen), width, screen); };
+void print_entry(const EntryName& entry, const std::vector<QueuedMessage>& messages, Printer& out,
+                 const Screen& screen) {
+    const auto clean = [&](const std::string& text, std::size_t width) {
+        return shorten(harmless(text, screen), width, screen);
+    };
     for (std::size_t i = 0; i < messages.size(); ++i) {
         const Digest digest = digest_of(messages[i].message);
         std::string head = screen.paint(Ink::label, padded(harmless(entry.name, screen), kNameColumn)) + "  ";
@@ -110,6 +108,12 @@ void print_entry(const EntryName& entry, const std::vector<QueuedMessage>& messa
         out << padded(human_size(digest.bytes), 11) << "  " << padded(clean(digest.originator, 30), 31) << ' '
             << clean(digest.subject, 60) << '\n';
     }
+}
+
+void print_titles(Printer& out, const Screen& screen) {
+    const std::string titles = padded("ENTRY", kNameColumn + 2) + padded("STATE", 8) + padded("PRIORITY", 11) +
+                               padded("QUEUED", 22) + padded("SIZE", 13) + padded("FROM", 32) + "SUBJECT";
+    out << screen.paint(Ink::faint, titles) << '\n';
 }
 
 // An entry that a consumer takes away while we look is no failure; damage is told and the list goes on.
@@ -148,7 +152,8 @@ EntryName named_entry(const QueueOptions& options) {
 EntryName next_entry(const QueueOptions& options) {
     const std::vector<EntryName> entries = entry_names(options.queue);
     if (!options.entry.empty()) return find_entry(entries, options.queue, options.entry);
-    const auto waiting = std::find_if(entries.begin(), entries.end(), [](const EntryName& entry) { return !entry.taken; });
+    const auto waiting =
+        std::find_if(entries.begin(), entries.end(), [](const EntryName& entry) { return !entry.taken; });
     if (waiting == entries.end()) throw Failure("nothing waits in " + options.queue);
     return *waiting;
 }
@@ -168,6 +173,7 @@ int queue_list(const QueueOptions& options, Printer& out, const Screen& screen) 
     std::string damage;
     std::size_t told = 0, taken = 0;
     if (options.json) out << '[';
+    if (!options.json && !entries.empty()) print_titles(out, screen);
     for (const EntryName& entry : entries) {
         const bool done = tell_entry(options.queue, entry, damage, [&](const std::vector<QueuedMessage>& messages) {
             if (!options.json) return print_entry(entry, messages, out, screen);
@@ -180,8 +186,8 @@ int queue_list(const QueueOptions& options, Printer& out, const Screen& screen) 
     if (options.json) {
         out << (told == 0 ? "]\n" : "\n]\n");
     } else {
-        out << counted(told - taken, "entry waits", "entries wait") << ", " << with_commas(taken) << (taken == 1 ? " is" : " are")
-            << " taken\n";
+        out << counted(told - taken, "entry waits", "entries wait") << ", " << with_commas(taken)
+            << (taken == 1 ? " is" : " are") << " taken\n";
     }
     out.flush();
     if (!damage.empty()) throw Failure(damage);
@@ -198,7 +204,8 @@ int queue_take(const QueueOptions& options, Printer& out, const Screen&) {
 
 int queue_done(const QueueOptions& options, Printer& out, const Screen&) {
     const EntryName entry = named_entry(options);
-    if (!entry.taken) throw Failure(entry.name + " has not been taken; morvane queue remove deletes an entry that waits");
+    if (!entry.taken)
+        throw Failure(entry.name + " has not been taken; morvane queue remove deletes an entry that waits");
     Q_Done(options.queue, entry.name);
     tell(options, entry, "done", out);
     return 0;
@@ -230,7 +237,8 @@ int queue_export(const QueueOptions& options, Printer& out, const Screen&) {
     }
     copy(path, entry.name);
     if (options.json) {
-        out << Json{{"entry", lenient_utf8(entry.name)}, {"folder", lenient_utf8(folder)}, {"files", files}}.dump() << '\n';
+        out << Json{{"entry", lenient_utf8(entry.name)}, {"folder", lenient_utf8(folder)}, {"files", files}}.dump()
+            << '\n';
     } else {
         out << counted(files.size(), "file", "files") << " of " << entry.name << " are in " << folder << '\n';
     }

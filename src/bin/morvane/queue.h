@@ -14,8 +14,9 @@ struct QueueOptions {
     bool json = false;
 };
 int queue_list(const QueueOptions& options, Printer& out, const Screen& screen);
-int queue_take(const QueueOptions& options, Printer& out, const Screen& screen);    // moves it to cur/
-int queue_done(const QueueOptions& options, Printer& out, const Screen& screen);    // deletes a taken entry and its messages
+int queue_take(const QueueOptions& options, Printer& out, const Screen& screen);  // moves it to cur/
+int queue_done(const QueueOptions& options, Printer& out,
+               const Screen& screen);  // deletes a taken entry and its messages
 int queue_remove(const QueueOptions& options, Printer& out, const Screen& screen);  // the same for one that waits
 // Copies the entry, its message files and every file of theirs into a folder, where `morvane show` reads them.
 int queue_export(const QueueOptions& options, Printer& out, const Screen& screen);

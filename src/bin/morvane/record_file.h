@@ -1,6 +1,6 @@
-// Record files of any kind (transfer files, distribution-list files, message files, queue entries) as foreign bytes: read
-// through a window, never held whole, and never trusted. A record that claims more than its file holds is a failure
-// that names file and offset; nothing is allocated for it.
+// Record files of any kind (transfer files, distribution-list files, message files, queue entries) as foreign bytes:
+// read through a window, never held whole, and never trusted. A record that claims more than its file holds is a
+// failure that names file and offset; nothing is allocated for it.
 #pragma once
 
 #include <cstdint>
@@ -45,8 +45,8 @@ struct RecordPlace {
     int wraps = 0;
 };
 
-inline constexpr int kMostWraps = 16;                             // deeper ones stay a record of type 34500
-inline constexpr std::size_t kHeadLimit = std::size_t{1} << 20;   // of a record's bytes that are looked at
+inline constexpr int kMostWraps = 16;                            // deeper ones stay a record of type 34500
+inline constexpr std::size_t kHeadLimit = std::size_t{1} << 20;  // of a record's bytes that are looked at
 
 class RecordWalker {
 public:
@@ -74,9 +74,9 @@ struct RecordStep {
 };
 
 struct RecordOutline {
-    std::vector<RecordStep> steps;         // ends of packages and groups stand at the depth of their starts
-    std::vector<std::string> faults;       // ends without start, starts without end; at most kMostFaults
-    std::string failure;                   // where and why the records end before the file does
+    std::vector<RecordStep> steps;    // ends of packages and groups stand at the depth of their starts
+    std::vector<std::string> faults;  // ends without start, starts without end; at most kMostFaults
+    std::string failure;              // where and why the records end before the file does
     static constexpr std::size_t kMostFaults = 20;
 };
 RecordOutline outline(ByteFile& file);  // does not raise RecordFailure: what stands before the damage is of use

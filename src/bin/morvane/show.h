@@ -18,8 +18,8 @@ struct ShowOptions {
     std::string what;  // ID or FILE, empty: queued last
 };
 
-// The exit status: 1 when something of what is shown is damaged (the damage is told where it stands, and the first of it
-// on standard error).
+// The exit status: 1 when something of what is shown is damaged (the damage is told where it stands, and the first of
+// it on standard error).
 int show(const ShowOptions& options, Printer& out, const Screen& screen);
 
 // What the three forms have in common: what they show, and the damage they met.

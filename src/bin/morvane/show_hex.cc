@@ -1,9 +1,9 @@
-// The annotated dump of record files: every record with its offset in the file, every field with its offset in the record,
-// its bytes and what they mean; bytes that no field covers are there too.
+// The annotated dump of record files: every record with its offset in the file, every field with its offset in the
+// record, its bytes and what they mean; bytes that no field covers are there too.
 //
 //   00000000  header (1100), 46 bytes
-//     +000   00 00 00 2e              size             46
-//     +014   00 00                    class            0 message
+//     +000   00 00 00 2e          size             46
+//     +014   00 00                class            0  message
 #include <algorithm>
 #include <array>
 #include <cstdio>
@@ -18,8 +18,8 @@
 namespace morvane {
 namespace {
 
-constexpr std::size_t kRow = 16;                 // bytes in a line
-constexpr std::uint64_t kBytesShown = 256;       // of what no number tells better, unless all is wanted
+constexpr std::size_t kRow = 16;            // bytes in a line
+constexpr std::uint64_t kBytesShown = 256;  // of what no number tells better, unless all is wanted
 constexpr std::size_t kKeyWidth = 20;
 
 // The header that every record has, as fields like any other.
@@ -53,8 +53,10 @@ public:
 private:
     void record(const RecordPlace& place, const std::string& head);
     void fields(const RecordPlace& place, const FieldList& list, std::uint64_t& covered);
-    void line(const RecordPlace& place, std::uint64_t at, std::string_view bytes, std::string_view key, const std::string& meaning);
-    void block(const RecordPlace& place, std::uint64_t at, std::uint64_t length, std::string_view key, const std::string& meaning);
+    void line(const RecordPlace& place, std::uint64_t at, std::string_view bytes, std::string_view key,
+              const std::string& meaning);
+    void block(const RecordPlace& place, std::uint64_t at, std::uint64_t length, std::string_view key,
+               const std::string& meaning);
     std::string meaning_of(const FieldList& list, const FieldValue& value) const;
     std::string faint(const std::string& text) const { return context_.screen.paint(Ink::faint, text); }
 
@@ -67,7 +69,7 @@ void Dump::line(const RecordPlace& place, std::uint64_t at, std::string_view byt
     const std::uint64_t in_record = place.start - place.position + at;
     std::string hex;
     for (const char byte : bytes) hex += format("%02x ", static_cast<unsigned char>(byte));
-    hex.resize(std::max(hex.size(), bytes.size() > 8 ? kRow * 3 : std::size_t{24}), ' ');
+    hex.resize(std::max(hex.size(), kRow * 3), ' ');
     std::string name(key);
     if (!key.empty() || !meaning.empty()) name.resize(std::max(name.size() + 1, kKeyWidth), ' ');
     context_.out << faint(format("  +%03llx   ", static_cast<unsigned long long>(in_record))) << hex << ' ';
@@ -80,7 +82,8 @@ void Dump::block(const RecordPlace& place, std::uint64_t at, std::uint64_t lengt
     const std::uint64_t shown = context_.all ? length : std::min(length, kBytesShown);
     if (length == 0) return line(place, at, {}, key, meaning);
     for (std::uint64_t done = 0; done < shown; done += kRow) {
-        const std::string bytes(file_.bytes(place.start + at + done, static_cast<std::size_t>(std::min<std::uint64_t>(kRow, shown - done))));
+        const std::string bytes(file_.bytes(place.start + at + done,
+                                            static_cast<std::size_t>(std::min<std::uint64_t>(kRow, shown - done))));
         if (bytes.empty()) break;  // the file was cut meanwhile
         std::string text = done == 0 ? meaning : "";
         if (done > 0 || meaning.empty()) {
@@ -131,8 +134,8 @@ void Dump::record(const RecordPlace& place, const std::string& head) {
     title += " (" + std::to_string(place.type) + "), " + counted(place.length, "byte", "bytes");
     for (int i = 0; i < place.wraps; ++i) title += i == 0 ? ", wrapped" : " again";
     context_.out << title << '\n';
-    for (RecordPlace outer{place.position, place.size, place.position, place.size, TFREC_wrapped, 0}; outer.start < place.start;
-         outer.start += kTfHeaderSize)
+    for (RecordPlace outer{place.position, place.size, place.position, place.size, TFREC_wrapped, 0};
+         outer.start < place.start; outer.start += kTfHeaderSize)
         block(outer, 0, kTfHeaderSize, "wrapper", "");
     std::uint64_t covered = 0;
     fields(place, read_fields(kAnyRecord, head, place.length), covered);
@@ -150,7 +153,8 @@ void Dump::record(const RecordPlace& place, const std::string& head) {
 
 void dump_file(ShowContext& context, const std::string& path) {
     ByteFile file = ByteFile::open(path);
-    context.out << context.screen.paint(Ink::label, harmless(file.name(), context.screen)) << "  " << human_size(file.size()) << '\n';
+    context.out << context.screen.paint(Ink::label, harmless(file.name(), context.screen)) << "  "
+                << human_size(file.size()) << '\n';
     show_hex(context, file);
     context.out << '\n';
 }
@@ -173,7 +177,8 @@ void show_hex(ShowContext& context, const Subject& subject) {
     if (subject.kind == Subject::Kind::message) return dump_message(context, subject.path);
     dump_file(context, subject.path);
     if (subject.kind != Subject::Kind::entry) return;
-    for (const QueuedMessage& message : read_entry(subject.path)) dump_message(context, file_path(message.message, subject.path));
+    for (const QueuedMessage& message : read_entry(subject.path))
+        dump_message(context, file_path(message.message, subject.path));
 }
 
 }  // namespace morvane

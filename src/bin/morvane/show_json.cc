@@ -1,8 +1,9 @@
-// JSON of a message or a record file: every record with every field, in file order; packages and groups by "depth", so that
-// no nesting of mail makes a document that readers refuse. Written record by record. Keys are only ever added.
+// JSON of a message or a record file: every record with every field, in file order; packages and groups by "depth", so
+// that no nesting of mail makes a document that readers refuse. Written record by record. Keys are only ever added.
 //
-// A text is its bytes as UTF-8; where they are none, bytes that are not part of valid UTF-8 stand as the character of their
-// Latin-1 code and KEY + "Bytes" holds all of them in hexadecimal. Beside a field stands what it means: KEY + "Text".
+// A text is its bytes as UTF-8; where they are none, bytes that are not part of valid UTF-8 stand as the character of
+// their Latin-1 code and KEY + "Bytes" holds all of them in hexadecimal. Beside a field stands what it means: KEY +
+// "Text".
 #include <algorithm>
 #include <cerrno>
 #include <string>
@@ -31,7 +32,7 @@ struct Content {
 
 constexpr std::int64_t kDistributionList = 1166;
 constexpr std::size_t kPreviewLines = 8;
-constexpr std::size_t kSetName = 40;  // characters of a character set's name
+constexpr std::size_t kSetName = 40;        // characters of a character set's name
 constexpr std::size_t kObjectBytes = 4096;  // of an object's content
 
 std::string hex_of(std::string_view bytes) {
@@ -72,7 +73,8 @@ void put_field(Json& fields, const FieldList& list, const FieldValue& value) {
     switch (value.row->kind) {
         case Kind::item: fields[key] = item_json(value.item); return;
         case Kind::bytes:
-            if (value.text.size() <= kObjectBytes && value.text.size() == value.width) put_text(fields, key, value.text);
+            if (value.text.size() <= kObjectBytes && value.text.size() == value.width)
+                put_text(fields, key, value.text);
             return;
         case Kind::text: put_text(fields, key, value.text); break;
         case Kind::subject:
@@ -133,7 +135,9 @@ public:
 
 private:
     static std::string dump(const Json& value) { return value.dump(-1, ' ', false, Json::error_handler_t::replace); }
-    void key(std::string_view indent, std::string_view name) { context_.out << indent << dump(std::string(name)) << ": "; }
+    void key(std::string_view indent, std::string_view name) {
+        context_.out << indent << dump(std::string(name)) << ": ";
+    }
     void attachments(const MessageFile& message, const std::vector<Content>& contents, std::string_view indent);
     void attachment(const MessageFile& message, std::size_t number, const Content* content, std::string_view indent);
     void attached_content(ByteFile& file, const Content& content, std::string_view indent);
@@ -182,7 +186,8 @@ void Writer::attached_content(ByteFile& file, const Content& content, std::strin
     }
 }
 
-void Writer::attachment(const MessageFile& message, std::size_t number, const Content* content, std::string_view indent) {
+void Writer::attachment(const MessageFile& message, std::size_t number, const Content* content,
+                        std::string_view indent) {
     const std::string path = file_path(message.files[number], message.path);
     const std::string inner = std::string(indent) + "  ";
     context_.out << indent << "{\n" << inner << "\"number\": " << number << ",\n";
@@ -228,11 +233,14 @@ void Writer::message(const std::string& path, std::string_view indent) {
     ByteFile main = ByteFile::open(main_path);
     context_.out << "{\n";
     key(inner, "path");
-    context_.out << dump(lenient_utf8(message.path)) << ",\n" << inner << "\"formatVersion\": " << dump(message.version) << ",\n";
+    context_.out << dump(lenient_utf8(message.path)) << ",\n"
+                 << inner << "\"formatVersion\": " << dump(message.version) << ",\n";
     key(inner, "filterRoute");
     context_.out << dump(lenient_utf8(message.route)) << ",\n";
     key(inner, "transferFile");
-    context_.out << dump(Json{{"item", item_json(message.files.front())}, {"path", lenient_utf8(main_path)}, {"size", main.size()}})
+    context_.out << dump(Json{{"item", item_json(message.files.front())},
+                              {"path", lenient_utf8(main_path)},
+                              {"size", main.size()}})
                  << ",\n";
     key(inner, "records");
     std::vector<Content> contents;
@@ -253,7 +261,8 @@ void Writer::entry(const Subject& subject) {
     key("  ", "path");
     context_.out << dump(lenient_utf8(subject.path)) << ",\n";
     context_.out << "  \"priority\": " << dump(first.priority) << ",\n";
-    context_.out << "  \"priorityText\": " << dump(priority.empty() ? std::string("normal") : priority.front()) << ",\n";
+    context_.out << "  \"priorityText\": " << dump(priority.empty() ? std::string("normal") : priority.front())
+                 << ",\n";
     context_.out << "  \"queued\": " << dump(first.seconds) << ",\n";
     context_.out << "  \"queuedText\": " << dump(iso_date(first.seconds, 0)) << ",\n";
     context_.out << "  \"messages\": [";

@@ -1,7 +1,8 @@
-// The tree of a message: its queue entry, its records in their packages and groups, and, where a content-file record stands,
-// the file it describes: the names of a distribution list, the first lines of a text.
+// The tree of a message: its queue entry, its records in their packages and groups, and, where a content-file record
+// stands, the file it describes: the names of a distribution list, the first lines of a text.
 #include <algorithm>
 #include <cerrno>
+#include <functional>
 #include <optional>
 #include <string>
 
@@ -21,7 +22,7 @@ constexpr std::size_t kPreviewLines = 8;
 constexpr std::size_t kPreviewWidth = 100;  // characters
 constexpr std::size_t kValueWidth = 400;
 constexpr std::size_t kHeadShown = std::size_t{64} << 10;  // of a record's bytes
-constexpr std::size_t kRunShown = 25;       // of names or recipients one after the other, unless all are wanted
+constexpr std::size_t kRunShown = 25;  // of names or recipients one after the other, unless all are wanted
 constexpr std::int64_t kDistributionList = 1166;
 constexpr std::string_view kMarkUtf8 = "⊂ ", kMarkAscii = "< ";  // before what is told of a wrapped record
 
@@ -70,6 +71,7 @@ private:
     std::string join(const Words& words) const;
     void tell_damage(const std::string& where, const std::string& what);
 
+    std::string name_text(std::string_view native) const;
     Words value_words(const FieldList& fields, const FieldValue& value) const;
     Words words_of(const FieldList& fields) const;
     void put(const Node& node, std::string_view label, const std::string& text, bool parent);
@@ -81,17 +83,20 @@ private:
     void draw_object(const Node& node, ByteFile& file);
     void draw_properties(const Node& node, ByteFile& file);
     void draw_package(const Node& node);
+    void draw_recipient(const Node& node);
     void draw_attached(const Node& node, const std::string& path);
     void draw_preview(ByteFile& file, std::uint64_t start, std::uint64_t length, std::string_view set);
+    void remember_subject(std::size_t depth, std::string_view subject);
+    bool inherits(std::size_t depth, std::string_view subject) const;
     bool skip_in_run(const RecordOutline& shape, std::size_t at);
     void draw_damage(const Words& damage);
 
     ShowContext& context_;
     Tree& tree_;
     std::size_t depth_;
-    std::string subject_;      // the message's own, in RFC 2047 form: parts that carry it do not repeat it
+    std::string subject_;  // the message's own, in RFC 2047 form: parts that carry it do not repeat it
     std::int32_t run_type_ = 0;
-    std::size_t run_ = 0;      // records of run_type_ one after the other, up to now
+    std::size_t run_ = 0;  // records of run_type_ one after the other, up to now
 };
 
 std::string RecordTree::mark(const Node& node) const {
@@ -115,6 +120,14 @@ void RecordTree::tell_damage(const std::string& where, const std::string& what) 
     tree_.note(context_.screen.paint(Ink::damage, clean(what)));
 }
 
+// "Jane Doe <jane@example.org>  /CN=Jane Doe/...": as people write it, then the native name.
+std::string RecordTree::name_text(std::string_view native) const {
+    if (native.empty()) return faint("no name");
+    const std::string readable = readable_name(native);
+    if (readable.empty()) return clean(native);
+    return clean(readable) + "  " + faint(clean(without_address(native)));
+}
+
 // What the tree writes of one field; nothing for a field that says nothing.
 Words RecordTree::value_words(const FieldList& fields, const FieldValue& value) const {
     const FieldRow& row = *value.row;
@@ -128,9 +141,7 @@ Words RecordTree::value_words(const FieldList& fields, const FieldValue& value) 
     } else if (row.kind == Kind::item) {
         words = {item_name(value.item)};
     } else if (row.kind == Kind::name) {
-        const std::string readable = readable_name(value.text);
-        std::string text = readable.empty() ? "" : clean(readable) + "  ";
-        words = {text + (value.text.empty() ? faint("no name") : faint(clean(value.text)))};
+        words = {name_text(value.text)};
     } else if (row.kind == Kind::subject) {
         words = {clean(readable_subject(value.text))};
     } else if (row.kind == Kind::text) {
@@ -138,7 +149,8 @@ Words RecordTree::value_words(const FieldList& fields, const FieldValue& value) 
     } else if (value.number != 0 || row.look == Look::always) {
         words = {std::to_string(value.number)};
     }
-    if (!row.lead.empty() && !words.empty() && !words.front().empty()) words.front().insert(0, std::string(row.lead) + ' ');
+    if (!row.lead.empty() && !words.empty() && !words.front().empty())
+        words.front().insert(0, std::string(row.lead) + ' ');
     return words;
 }
 
@@ -178,7 +190,19 @@ void RecordTree::draw_package(const Node& node) {
         if (const FieldValue* value = node.fields.find(key))
             for (std::string& word : value_words(node.fields, *value)) words.push_back(std::move(word));
     const bool message = node.fields.text("pMIMEContentType").empty();
+    remember_subject(node.step.depth + 1, node.fields.text("rfc2047subject"));
     put(node, message ? "message" : "package", join(words), node.step.parent != 0);
+}
+
+// The category and the name in one line; what the sender asks for, when it is anything, in the next.
+void RecordTree::draw_recipient(const Node& node) {
+    Words wishes = spell_recipient_flags(node.fields.number("flags"));
+    std::string category = wishes.front() + "  ";
+    wishes.erase(wishes.begin());
+    for (const char* key : {"reserved1", "reserved2"}) wishes.push_back(clean(node.fields.text(key)));
+    put(node, "recipient " + std::to_string(node.fields.number("recipientId")),
+        category + name_text(node.fields.text("name")), false);
+    if (const std::string text = join(wishes); !text.empty()) tree_.note(text);
 }
 
 void RecordTree::draw_preview(ByteFile& file, std::uint64_t start, std::uint64_t length, std::string_view set) {
@@ -195,8 +219,9 @@ void RecordTree::draw_object(const Node& node, ByteFile& file) {
     put(node, node.row->label, join({clean(name), human_size(content == nullptr ? 0 : content->width)}), false);
     if (content == nullptr) return;
     if (content->cut)
-        tell_damage("object record at " + std::to_string(node.place.position),
-                    "its length says " + with_commas(static_cast<std::uint64_t>(node.fields.number("length"))) + " bytes");
+        tell_damage(
+            "object record at " + std::to_string(node.place.position),
+            "its length says " + with_commas(static_cast<std::uint64_t>(node.fields.number("length"))) + " bytes");
     if (name.starts_with("inet")) draw_preview(file, node.place.start + content->at, content->width, "");
 }
 
@@ -220,7 +245,8 @@ void RecordTree::draw_attached(const Node& node, const std::string& path) {
             names.draw(attached, nullptr);
         } else {
             if (said != (attached.size() & 0xFFFFFFFF))
-                tell_damage(where, "the record says " + with_commas(said) + " bytes, the file has " + with_commas(attached.size()));
+                tell_damage(where, "the record says " + with_commas(said) + " bytes, the file has " +
+                                       with_commas(attached.size()));
             if (is_text_code(code)) draw_preview(attached, 0, attached.size(), node.fields.text("pContentCharset"));
         }
     } catch (const er_Escape& escape) {
@@ -248,7 +274,8 @@ void RecordTree::draw_content(const Node& node, ByteFile&, Attachments* attachme
     Words more;
     for (const FieldValue& value : node.fields.values) {
         const bool said = value.row->key == "contentFlags" || value.row->look == Look::never;
-        const bool inherited = value.row->key == "rfc2047subject" && (value.text == subject_ || value.text == node.fields.text("pOrigFileName"));
+        const bool inherited = value.row->key == "rfc2047subject" && (value.text == node.fields.text("pOrigFileName") ||
+                                                                      inherits(node.step.depth, value.text));
         if (said || inherited) continue;
         for (std::string& word : value_words(node.fields, value)) more.push_back(std::move(word));
     }
@@ -260,6 +287,17 @@ void RecordTree::draw_content(const Node& node, ByteFile&, Attachments* attachme
         tell_damage("content record at " + std::to_string(node.place.position), "no file is attached for it");
 }
 
+void RecordTree::remember_subject(std::size_t depth, std::string_view subject) {
+    subjects_.resize(depth + 1);
+    subjects_[depth] = std::hash<std::string_view>{}(subject);
+}
+
+bool RecordTree::inherits(std::size_t depth, std::string_view subject) const {
+    for (std::size_t i = std::min(depth + 1, subjects_.size()); i-- > 0;)
+        if (subjects_[i] != 0) return subjects_[i] == std::hash<std::string_view>{}(subject);
+    return false;
+}
+
 void RecordTree::draw_record(Node& node, ByteFile& file, Attachments* attachments) {
     if (node.row == nullptr) return draw_unknown(node);
     node.fields = read_fields(*node.row, node.head, node.place.length);
@@ -268,9 +306,8 @@ void RecordTree::draw_record(Node& node, ByteFile& file, Attachments* attachment
         case TFREC_content_file_type: return draw_content(node, file, attachments);
         case TFREC_object_file: return draw_object(node, file);
         case TFREC_mapi_properties: return draw_properties(node, file);
-        case TFREC_subject:
-            if (node.step.depth == 0) subject_ = node.fields.text("subject");
-            return draw_plain(node);
+        case TFREC_recipient: return draw_recipient(node);
+        case TFREC_subject: remember_subject(node.step.depth, node.fields.text("subject")); return draw_plain(node);
         default: return draw_plain(node);
     }
 }
@@ -307,8 +344,10 @@ void RecordTree::draw(ByteFile& file, Attachments* attachments) {
     Words damage = shape.faults;
     for (std::string& fault : damage) fault.insert(0, file.name() + ": ");
     if (!shape.failure.empty()) damage.push_back(shape.failure);
-    const auto described = static_cast<std::size_t>(std::count_if(
-        shape.steps.begin(), shape.steps.end(), [](const RecordStep& step) { return step.type == TFREC_content_file_type; }));
+    const auto described =
+        static_cast<std::size_t>(std::count_if(shape.steps.begin(), shape.steps.end(), [](const RecordStep& step) {
+            return step.type == TFREC_content_file_type;
+        }));
     if (attachments != nullptr)
         for (std::size_t number = described + 1; number <= attachments->count(); ++number)
             damage.push_back("attached file " + std::to_string(number) + " has no content record");
@@ -337,6 +376,9 @@ std::string message_title(const Screen& screen, const std::string& path) {
     const MessageFile message = read_message(path);
     std::string title = harmless(path.substr(path.rfind('/') + 1), screen);
     title += std::string(screen.dot()) + counted(message.files.size(), "file", "files");
+    std::uint64_t bytes = 0;
+    for (const ITEM_REF& ref : message.files) bytes += size_of_file(file_path(ref, path));
+    title += std::string(screen.dot()) + human_size(bytes);
     if (!message.route.empty()) title += std::string(screen.dot()) + "route " + harmless(message.route, screen);
     return title;
 }

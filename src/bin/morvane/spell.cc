@@ -93,16 +93,11 @@ struct FileCode {
     bool readable;
 };
 constexpr FileCode kFileCodes[] = {
-    {0, "binary", false},
-    {1166, "distribution list", false},
-    {1167, "plain text", true},
-    {1168, "message header", true},
-    {1734, "TNEF", false},
-    {1736, "text in another character set", true},
-    {2130, "rich text", true},
-    {2133, "HTML", true},
-    {2185, "signed message", true},
-    {2191, "calendar", true},
+    {0, "binary", false},           {1166, "distribution list", false},
+    {1167, "plain text", true},     {1168, "message header", true},
+    {1734, "TNEF", false},          {1736, "text in another character set", true},
+    {2130, "rich text", true},      {2133, "HTML", true},
+    {2185, "signed message", true}, {2191, "calendar", true},
 };
 constexpr std::int64_t kFirstPropertyPart = 3100, kLastPropertyPart = 3109;
 
@@ -167,8 +162,8 @@ tm parts_of(std::int64_t seconds, std::int64_t zone) {
 std::string zone_text(std::int64_t zone) {
     const std::int64_t minutes = zone < 0 ? -zone : zone;
     std::array<char, 32> text{};
-    std::snprintf(text.data(), text.size(), "%c%02lld:%02lld", zone < 0 ? '-' : '+', static_cast<long long>(minutes / 60),
-                  static_cast<long long>(minutes % 60));
+    std::snprintf(text.data(), text.size(), "%c%02lld:%02lld", zone < 0 ? '-' : '+',
+                  static_cast<long long>(minutes / 60), static_cast<long long>(minutes % 60));
     return text.data();
 }
 
@@ -287,8 +282,8 @@ std::string spell_date(std::int64_t seconds, std::int64_t zone) {
     // The day's name by hand: strftime would take it from the locale.
     constexpr std::array<std::string_view, 7> days = {"Sun", "Mon", "Tue", "Wed", "Thu", "Fri", "Sat"};
     const tm parts = parts_of(seconds, zone);
-    return std::string(days[static_cast<std::size_t>(parts.tm_wday)]) + date_text(" %Y-%m-%d %H:%M:%S ", seconds, zone) +
-           zone_text(zone);
+    return std::string(days[static_cast<std::size_t>(parts.tm_wday)]) +
+           date_text(" %Y-%m-%d %H:%M:%S ", seconds, zone) + zone_text(zone);
 }
 
 std::string iso_date(std::int64_t seconds, std::int64_t zone) {

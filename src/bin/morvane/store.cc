@@ -22,7 +22,8 @@ constexpr std::size_t kIdDigits = 16;
 std::vector<std::string> file_names(const std::string& folder) {
     std::vector<std::string> names;
     er_Translate([&] {
-        for (const auto& file : std::filesystem::directory_iterator(folder)) names.push_back(file.path().filename().string());
+        for (const auto& file : std::filesystem::directory_iterator(folder))
+            names.push_back(file.path().filename().string());
     });
     std::sort(names.begin(), names.end());
     return names;
@@ -37,11 +38,14 @@ std::string_view time_part(std::string_view entry) {
 // The record files among the extensions, the likeliest first.
 constexpr std::string_view kExtensions[] = {kMessageFile, kTransferFile, kDataItem, kScratchItem};
 
-// A file of the store named by its id, "00000000000a513f" or "00000000000a513f.item"; nothing when `what` is no such name.
+// A file of the store named by its id, "00000000000a513f" or "00000000000a513f.item"; nothing when `what` is no such
+// name.
 std::optional<ITEM_REF> item_called(std::string_view what) {
     if (what.size() == kIdDigits + 5) return im_FName2ItemRef(what);
     if (what.size() != kIdDigits) return std::nullopt;
-    const auto called = [&](std::string_view extension) { return im_FName2ItemRef(std::string(what) + '.' + std::string(extension)); };
+    const auto called = [&](std::string_view extension) {
+        return im_FName2ItemRef(std::string(what) + '.' + std::string(extension));
+    };
     for (const std::string_view extension : kExtensions)
         if (const auto ref = called(extension); ref && os_fexists(im_ItemRef2FName(*ref))) return ref;
     return called(kMessageFile);
@@ -123,10 +127,12 @@ std::vector<QueuedMessage> read_entry(const std::string& path) {
     std::vector<QueuedMessage> messages;
     for (RecordPlace place; walker.next(place);) {
         if (place.type != TFREC_queue_entry)
-            throw RecordFailure(file.name(), place.position, "a record of type " + std::to_string(place.type) + " in a queue entry");
+            throw RecordFailure(file.name(), place.position,
+                                "a record of type " + std::to_string(place.type) + " in a queue entry");
         const FieldList fields = read_fields(*find_record(place.type), walker.head(place), place.length);
         const FieldValue* item = fields.find("item");
-        if (item == nullptr || fields.missing != nullptr) throw RecordFailure(file.name(), place.position, "the record is too short");
+        if (item == nullptr || fields.missing != nullptr)
+            throw RecordFailure(file.name(), place.position, "the record is too short");
         messages.push_back({item->item, static_cast<int>(fields.number("priority")), fields.number("queued")});
     }
     if (messages.empty()) throw RecordFailure(file.name(), 0, "the entry queues nothing");
@@ -142,8 +148,9 @@ MessageFile read_message(const std::string& path) {
     for (RecordPlace place; walker.next(place);) {
         const bool start = place.type == TFREC_queue_file_start;
         if (start == started || (!start && place.type != TFREC_message_file))
-            throw RecordFailure(file.name(), place.position, "a record of type " + std::to_string(place.type) +
-                                                                 (started ? " in" : " at the start of") + " a message file");
+            throw RecordFailure(file.name(), place.position,
+                                "a record of type " + std::to_string(place.type) +
+                                    (started ? " in" : " at the start of") + " a message file");
         started = true;
         const FieldList fields = read_fields(*find_record(place.type), walker.head(place), place.length);
         if (fields.missing != nullptr) throw RecordFailure(file.name(), place.position, "the record is too short");
@@ -161,6 +168,12 @@ MessageFile read_message(const std::string& path) {
 std::string item_name(const ITEM_REF& ref) {
     const std::string path = im_ItemRef2FName(ref);
     return harmless(path.substr(path.size() - kIdDigits - 5), Screen{});
+}
+
+std::uint64_t size_of_file(const std::string& path) {
+    std::error_code error;
+    const std::uintmax_t size = std::filesystem::file_size(path, error);
+    return error ? 0 : size;
 }
 
 std::string file_path(const ITEM_REF& ref, const std::string& message_path) {

@@ -1,5 +1,5 @@
-// Finding what an operator means: queue entries, messages, files of the store. All of it is read as foreign bytes, so that
-// what is damaged can be shown and told.
+// Finding what an operator means: queue entries, messages, files of the store. All of it is read as foreign bytes, so
+// that what is damaged can be shown and told.
 #pragma once
 
 #include <cstdint>
@@ -24,7 +24,8 @@ std::string entry_path(std::string_view queue, const EntryName& entry);
 std::vector<EntryName> entry_names(std::string_view queue);
 std::vector<std::string> queue_names();
 
-// The one entry that is named, or whose name alone begins or ends with `what`; a Failure when there is none, or several.
+// The one entry that is named, or whose name alone begins or ends with `what`; a Failure when there is none, or
+// several.
 EntryName find_entry(const std::vector<EntryName>& entries, std::string_view queue, std::string_view what);
 // The entry queued last, whatever its priority; nothing on an empty queue.
 std::optional<EntryName> last_entry(const std::vector<EntryName>& entries);
@@ -48,7 +49,8 @@ MessageFile read_message(const std::string& path);
 
 // Where a file lies: beside the message file that names it when it was exported there, else in the store.
 std::string file_path(const ITEM_REF& ref, const std::string& message_path);
-std::string item_name(const ITEM_REF& ref);  // "00000000000a513f.item", made harmless
+std::uint64_t size_of_file(const std::string& path);  // 0 when it is missing
+std::string item_name(const ITEM_REF& ref);           // "00000000000a513f.item", made harmless
 
 // What `show`, `item` and others take as ID|FILE.
 struct Subject {

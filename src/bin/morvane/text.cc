@@ -107,6 +107,14 @@ std::string readable_name(std::string_view native) {
     return name.empty() ? address : name + " <" + address + '>';
 }
 
+std::string without_address(std::string_view native) {
+    NM_PARSE_STATUS status = nm_ParseORN(native);
+    if (!nm_has_field(status, kNmInternetAddress)) return std::string(native);
+    std::string name(native);
+    nm_PutFieldStr(name, status, kNmInternetAddress, {});
+    return name;
+}
+
 void load_name_delimiter() {
     nm_state().inet_PrimDelim = '/';
     const os_Fd file = os_open_if_there("~/sys/config", O_RDONLY);
@@ -140,7 +148,8 @@ std::string lenient_utf8(std::string_view bytes) {
     return out;
 }
 
-Preview preview(ByteFile& file, std::uint64_t start, std::uint64_t length, std::string_view set, std::size_t most_lines) {
+Preview preview(ByteFile& file, std::uint64_t start, std::uint64_t length, std::string_view set,
+                std::size_t most_lines) {
     Preview found;
     const std::string_view bytes =
         file.bytes(start, static_cast<std::size_t>(std::min<std::uint64_t>(length, kPreviewBytes)));

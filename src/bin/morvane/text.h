@@ -18,6 +18,9 @@ std::string readable_subject(std::string_view encoded);
 // holds nothing of the kind.
 std::string readable_name(std::string_view native);
 
+// A native name without its Internet address, which readable_name tells.
+std::string without_address(std::string_view native);
+
 // The name delimiter of the home, from ~/sys/config, is the one that names are read with from now on; without that
 // file it is "/".
 void load_name_delimiter();
@@ -35,6 +38,7 @@ struct Preview {
     std::vector<std::string> lines;  // without their line ends
     bool more = false;               // something follows them
 };
-Preview preview(ByteFile& file, std::uint64_t start, std::uint64_t length, std::string_view set, std::size_t most_lines);
+Preview preview(ByteFile& file, std::uint64_t start, std::uint64_t length, std::string_view set,
+                std::size_t most_lines);
 
 }  // namespace morvane

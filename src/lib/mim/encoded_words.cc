@@ -239,11 +239,11 @@ mim_DecodedText in_declared_set(const std::vector<Run>& runs) {
     if (declared.empty()) {
         std::string text = bytes_of(runs);
         std::string charset(ccs_Is7BitAscii(text) ? kAsciiSet : std::string_view{});
-        return {std::move(text), std::move(charset)};
+        return {std::move(text), charset, charset};
     }
-    if (auto text = all_in(runs, declared, true)) return {std::move(*text), declared};
-    if (auto text = all_in(runs, kUtf8Set, true)) return {std::move(*text), std::string(kUtf8Set)};
-    return {bytes_of(runs), declared};
+    if (auto text = all_in(runs, declared, true)) return {std::move(*text), declared, declared};
+    if (auto text = all_in(runs, kUtf8Set, true)) return {std::move(*text), std::string(kUtf8Set), declared};
+    return {bytes_of(runs), declared, declared};
 }
 
 }  // namespace
@@ -251,7 +251,11 @@ mim_DecodedText in_declared_set(const std::vector<Run>& runs) {
 mim_DecodedText mim_2047_to_string_and_cset_dstring(std::string_view encoded, std::string_view charset) {
     const std::vector<Run> runs = split(encoded);
     if (charset == kDecodeIt) return in_declared_set(runs);
-    if (auto text = all_in(runs, charset, false)) return {std::move(*text), std::string(charset.substr(0, kCharsetLimit))};
+    if (auto text = all_in(runs, charset, false)) {
+        const std::string declared = declared_name(declared_set(runs));
+        std::string target(charset.substr(0, kCharsetLimit));
+        return {std::move(*text), target, declared.empty() ? target : declared};
+    }
     mim_DecodedText as_encoded = in_declared_set(runs);
     as_encoded.converted = false;
     return as_encoded;

@@ -182,11 +182,12 @@ TEST_F(DrTest, Ldif) {
 }
 
 TEST_F(DrTest, Csv) {
-    const auto result = import("\xEF\xBB\xBFmail,Name,mail,\"odd, \"\"name\"\"\"\r\n"
-                               "ada@x.org,/S=Ada,\"countess@x.org\",\"two\nlines, \"\"quoted\"\"\"\r\n"
-                               "\r\n"
-                               "nobody@x.org,,,\r\n"
-                               "bob@x.org,/S=Bob");
+    const auto result = import(
+        "\xEF\xBB\xBFmail,Name,mail,\"odd, \"\"name\"\"\"\r\n"
+        "ada@x.org,/S=Ada,\"countess@x.org\",\"two\nlines, \"\"quoted\"\"\"\r\n"
+        "\r\n"
+        "nobody@x.org,,,\r\n"
+        "bob@x.org,/S=Bob");
     EXPECT_EQ(result.entries, 2U);
     EXPECT_EQ(result.skipped, 1U);
     EXPECT_EQ(find("countess@x.org"), "/S=Ada");
@@ -197,8 +198,9 @@ TEST_F(DrTest, Csv) {
 
 TEST_F(DrTest, ExportsReadBackToTheSame) {
     const std::string long_value(200, 'v');
-    import("name,mail,mail,note\n/S=Ada,ada@x.org,countess@x.org,\"a,\"\"b\"\"\n c\"\n/S=Bob,,,: odd \n/S=Eve,,,\xC3\x89" +
-           long_value + "\n/S=Nil,,,\n");
+    import(
+        "name,mail,mail,note\n/S=Ada,ada@x.org,countess@x.org,\"a,\"\"b\"\"\n c\"\n/S=Bob,,,: odd \n/S=Eve,,,\xC3\x89" +
+        long_value + "\n/S=Nil,,,\n");
     for (const dr_Format format : {dr_Format::ldif, dr_Format::csv}) {
         const std::string text = exported(format);
         EXPECT_EQ(dr_guess_format(text), format);
@@ -254,7 +256,9 @@ TEST_F(DrTest, NamesThatNoDirectoryCanHave) {
         EXPECT_NE(refusal(EINVAL, [&] { dr_lookup(name, "a", "b"); }), "") << name;
     }
     EXPECT_TRUE(dr_good_name(std::string(64, 'a')));
-    EXPECT_TRUE(dr_good_name("Stra\xC3\x9F""e 1"));
+    EXPECT_TRUE(
+        dr_good_name("Stra\xC3\x9F"
+                     "e 1"));
 }
 
 TEST_F(DrTest, TheFileIsForItsOwnerAlone) {

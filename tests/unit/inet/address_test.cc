@@ -1,5 +1,5 @@
-// Internet addresses into native names: the four rules and their order, display names, what cannot be read; and the small
-// rules of address text.
+// Internet addresses into native names: the four rules and their order, display names, what cannot be read; and the
+// small rules of address text.
 #include "inet/address.h"
 
 #include <sstream>
@@ -11,8 +11,8 @@
 #include "dr/dr.h"
 #include "nm/nm.h"
 #include "os/os.h"
-#include "support/log_lines.h"
 #include "support/home.h"
+#include "support/log_lines.h"
 
 namespace {
 
@@ -161,7 +161,8 @@ TEST_F(InetTest, TextWithoutAnAddressIsCommonNameAlone) {
 }
 
 TEST_F(InetTest, WhatCannotBeReadEmptiesBoth) {
-    for (const char* text : {"", "<>", "@", "u@", "@x.org", "a b@x.org", "\"u@x.org"}) EXPECT_EQ(convert(text), "-") << text;
+    for (const char* text : {"", "<>", "@", "u@", "@x.org", "a b@x.org", "\"u@x.org"})
+        EXPECT_EQ(convert(text), "-") << text;
 }
 
 TEST_F(InetTest, UnreadableAddressesAreLogged) {

@@ -29,7 +29,8 @@ TEST(AddressTest, Forms) {
         {"<u@x.org>", "address |||u|x.org", "a path"},
         {"U@X.Org", "address |||U|X.Org", "case stays"},
         {"Bob Doe <u@x.org>", "address Bob Doe|||u|x.org", "a phrase"},
-        {"Bob  \t Doe<u@x.org>", "address Bob Doe|||u|x.org", "one blank between words, none needed before the bracket"},
+        {"Bob  \t Doe<u@x.org>", "address Bob Doe|||u|x.org",
+         "one blank between words, none needed before the bracket"},
         {"\"Doe, Bob\" <u@x.org>", "address Doe, Bob|||u|x.org", "a quoted phrase"},
         {"\"a\\\"b\\\\c\" <u@x.org>", "address a\"b\\c|||u|x.org", "quoted pairs"},
         {"Bob Q. Public <u@x.org>", "address Bob Q. Public|||u|x.org", "a dot in a phrase"},
@@ -85,9 +86,10 @@ TEST(AddressTest, TextWithoutAnAddress) {
 }
 
 TEST(AddressTest, Unreadable) {
-    for (const char* text : {"", " ", "<>", "<", ">", "@", "u@", "@x.org", "<@a.org>", "<@a.org", "<@a.org:>", "a b@x.org",
-                             "u@x y", "u@x@y", "\"u@x.org", "\"\"@x.org", "a\"b\"@x.org", "u@[1.2", "u@x.org;", "a,b",
-                             "Team:a;", ":;", "a:b", "u@x.org\\", "<a b>", "<u@x.org y>", "[", "()"})
+    for (const char* text : {"",          " ",          "<>",           "<",         ">",           "@",     "u@",
+                             "@x.org",    "<@a.org>",   "<@a.org",      "<@a.org:>", "a b@x.org",   "u@x y", "u@x@y",
+                             "\"u@x.org", "\"\"@x.org", "a\"b\"@x.org", "u@[1.2",    "u@x.org;",    "a,b",   "Team:a;",
+                             ":;",        "a:b",        "u@x.org\\",    "<a b>",     "<u@x.org y>", "[",     "()"})
         EXPECT_EQ(describe(text), "unreadable") << text;
 }
 

@@ -6,8 +6,8 @@
 #include <gtest/gtest.h>
 
 #include "dr/dr.h"
-#include "support/log_lines.h"
 #include "support/home.h"
+#include "support/log_lines.h"
 
 namespace {
 
@@ -25,8 +25,8 @@ TEST(MappingTest, TheKeyNamesDirectoryAndAttribute) {
         {"people:mail", true, "people", "mail", "both"},
         {" people : mail ", true, "people", "mail", "blanks around"},
         {"people:a:b", true, "people", "a:b", "the first colon counts"},
-        {std::string(65, 'd') + ":mail", true, "dddddddddddddddddddddddddddddddddddddddddddddddddddddddddddddddd", "mail",
-         "64 characters of the directory"},
+        {std::string(65, 'd') + ":mail", true, "dddddddddddddddddddddddddddddddddddddddddddddddddddddddddddddddd",
+         "mail", "64 characters of the directory"},
         {"people:" + std::string(21, 'a'), true, "people", "aaaaaaaaaaaaaaaaaaaa", "20 characters of the attribute"},
         {"people", false, "", "", "no attribute"},
         {"people:", false, "", "", "an empty attribute"},

@@ -35,9 +35,9 @@ TEST_F(NmTest, EveryFieldHasItsKeyword) {
         const char* text;
     };
     const Row rows[] = {
-        {1, "/C=v"},   {2, "/A=v"},   {3, "/P=v"},    {4, "/O=v"},    {5, "/OU1=v"},
-        {6, "/OU2=v"}, {7, "/OU3=v"}, {8, "/OU4=v"},  {9, "/S=v"},    {10, "/G=v"},
-        {11, "/I=v"},  {12, "/GQ=v"}, {13, "/CN=v"},  {20, "/DD.RFC-822=v"}, {130, "/IA=v"},
+        {1, "/C=v"},   {2, "/A=v"},   {3, "/P=v"},   {4, "/O=v"},           {5, "/OU1=v"},
+        {6, "/OU2=v"}, {7, "/OU3=v"}, {8, "/OU4=v"}, {9, "/S=v"},           {10, "/G=v"},
+        {11, "/I=v"},  {12, "/GQ=v"}, {13, "/CN=v"}, {20, "/DD.RFC-822=v"}, {130, "/IA=v"},
     };
     ASSERT_EQ(std::size(rows), kNmFields.size());
     for (const Row& row : rows) {
@@ -143,7 +143,8 @@ TEST_F(NmTest, NamesAreCutAtTheirBound) {
     const std::string fits(kNativeNameLimit - key, 'a');
     EXPECT_EQ(set("", kNmSurname, fits).size(), kNativeNameLimit);
     EXPECT_EQ(set("", kNmSurname, fits + 'a'), "/S=" + fits);
-    EXPECT_EQ(set("/S=" + fits, kNmInternetAddress, "i"), "/S=" + fits) << "what is appended to a cut text is bounded too";
+    EXPECT_EQ(set("/S=" + fits, kNmInternetAddress, "i"), "/S=" + fits)
+        << "what is appended to a cut text is bounded too";
     const std::string cut = set("/IA=i", kNmSurname, fits);
     EXPECT_EQ(cut.size(), kNativeNameLimit);
     EXPECT_EQ(get(cut, kNmSurname), fits);

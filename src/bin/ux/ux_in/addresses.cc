@@ -13,6 +13,8 @@ namespace {
 
 constexpr int kSharedInformation = 24070;
 
+constexpr std::string_view kBlanks = " \t\n\v\f\r";
+
 constexpr bool is_blank(char c) { return c == ' ' || (c >= '\t' && c <= '\r'); }
 
 // Characters between a doubtful quote and what follows it. The controls of ISO 2022 text are not among them: they begin
@@ -121,7 +123,10 @@ std::string_view AddressPiece::address() {
     }
     std::string_view mailbox(text_);
     if (has_terminator_) mailbox = mailbox.substr(0, terminator_);
-    return mim_SpaceTrimming(mailbox.substr(mailbox_));
+    mailbox.remove_prefix(mailbox_);
+    // What is held of a longer one may end in blanks: without them it would pass for a short one.
+    return too_long() ? mailbox.substr(std::min(mailbox.find_first_not_of(kBlanks), mailbox.size()))
+                      : mim_SpaceTrimming(mailbox);
 }
 
 bool AddressPiece::too_long() const {

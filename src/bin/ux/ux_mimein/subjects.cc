@@ -68,7 +68,7 @@ void detect(std::string& subject, std::optional<std::string_view> plain) {
     const std::optional<std::string> detected = ux_InAutodetectCharset(text);
     if (!detected) return;
     const bool valid = cvc_iconv_recognised_charset(*detected);
-    log_detected(valid, *detected, decoded.charset);
+    log_detected(valid, *detected, decoded.declared);
     if (valid && !ccs_equal_ignoring_case(*detected, decoded.charset)) subject = encode(text, *detected);
 }
 
@@ -80,7 +80,7 @@ void convert(std::string& subject, std::string_view charset) {
 
 // What the steering file wants text of the subject's set to be in.
 void steer(std::string& subject) {
-    const std::string declared = mim_2047_to_string_and_cset_dstring(subject).charset;
+    const std::string declared = mim_2047_to_string_and_cset_dstring(subject).declared;
     const cvr_Target target = cvr_TargetCharSet(declared, kPlainText);
     const bool differs = target.result == 0 && !target.target.empty() && !ccs_equal_ignoring_case(target.target, declared);
     if (differs) convert(subject, target.target);

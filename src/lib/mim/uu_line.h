@@ -1,0 +1,17 @@
+// One line of uuencoded data: a count character, then characters of six bits each (code - 0x20, modulo 64).
+#pragma once
+
+#include <cstddef>
+#include <string_view>
+
+inline constexpr std::size_t kUuFullLine = 45;   // bytes of a line that is not the last
+inline constexpr std::size_t kUuMostBytes = 63;  // the largest count
+// What mim_uu_decode_line may write to: the bytes, and the excess of the last group of eight characters.
+inline constexpr std::size_t kUuRoom = 68;
+
+// Decodes a line without its line end into `out` (kUuRoom bytes) and returns how many bytes it stands for. What the line
+// lacks is zero bits, what it has beyond its count is ignored; a line without any character stands for none.
+std::size_t mim_uu_decode_line(std::string_view line, char* out);
+
+// "begin <mode> <name>": does the line open an item? Mode: three octal digits, or more characters up to a blank.
+bool mim_uu_is_begin(std::string_view line);
