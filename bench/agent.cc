@@ -194,7 +194,8 @@ Line start_program(const std::vector<std::string>& command, int run) {
     std::vector<std::string> words = command;
     std::vector<char*> arguments;
     for (std::string& word : words) {
-        if (const std::size_t at = word.find("{run}"); at != std::string::npos) word.replace(at, 5, std::to_string(run));
+        if (const std::size_t at = word.find("{run}"); at != std::string::npos)
+            word.replace(at, 5, std::to_string(run));
         arguments.push_back(word.data());
     }
     arguments.push_back(nullptr);
@@ -310,8 +311,7 @@ Outcome measure(const Options& options, Dialogue* dialogue, int run) {
             recite(line, *dialogue, outcome.replies);
     }
     line.hang_up();
-    while (listen_once(line, outcome.replies)) {
-    }
+    while (listen_once(line, outcome.replies)) {}
     ::close(line.from);
     if (line.process > 0) {
         int status = 0;
@@ -328,15 +328,22 @@ Outcome measure(const Options& options, Dialogue* dialogue, int run) {
 Options read_options(int argc, char** argv) {
     Options options;
     int at = 1;
-    const auto value = [&] { return at + 1 < argc ? argv[++at] : (std::fputs("agent: a value is missing\n", stderr), std::exit(2), argv[0]); };
+    const auto value = [&] {
+        return at + 1 < argc ? argv[++at] : (std::fputs("agent: a value is missing\n", stderr), std::exit(2), argv[0]);
+    };
     for (; at < argc; ++at) {
         const std::string_view word = argv[at];
         if (word == "--") break;
-        if (word == "--input") options.input = value();
-        else if (word == "--runs") options.runs = std::atoi(value());
-        else if (word == "--connect") options.socket = value();
-        else if (word == "--lockstep") options.lockstep = true;
-        else if (word == "--peak") options.peak = true;
+        if (word == "--input")
+            options.input = value();
+        else if (word == "--runs")
+            options.runs = std::atoi(value());
+        else if (word == "--connect")
+            options.socket = value();
+        else if (word == "--lockstep")
+            options.lockstep = true;
+        else if (word == "--peak")
+            options.peak = true;
     }
     for (++at; at < argc; ++at) options.command.emplace_back(argv[at]);
     if (options.command.empty() && options.socket == nullptr) {

@@ -1,13 +1,13 @@
 // The floor under the gateway: a plain program that reads the same dialogue, gives as many replies and writes as many
-// files of the same sizes into the same folders, and does nothing else: no header is understood, no record is made. What
-// a gateway takes longer than this is what its work costs.
+// files of the same sizes into the same folders, and does nothing else: no header is understood, no record is made.
+// What a gateway takes longer than this is what its work costs.
 //
 //   floor [--sync] MAIN LIST MESSAGE ENTRY AUDIT      with $MORVANE_HOME
 //
 // The arguments are the sizes in bytes of what stands beside the body: the two transfer files, the message file, the
 // queue entry and the line of the audit trail. The body has the size that it has: lines with LF line ends, leading dots
-// taken off, uuencoded items decoded. --sync makes each message durable before its reply: syncfs(2) for the files, fsync(2)
-// for the queue folder.
+// taken off, uuencoded items decoded. --sync makes each message durable before its reply: syncfs(2) for the files,
+// fsync(2) for the queue folder.
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -47,7 +47,8 @@ public:
         for (;;) {
             const std::size_t have = end_ - begin_;
             if (const void* found = std::memchr(buffer_.get() + begin_, '\n', have)) {
-                std::size_t length = static_cast<std::size_t>(static_cast<const char*>(found) - (buffer_.get() + begin_));
+                std::size_t length =
+                    static_cast<std::size_t>(static_cast<const char*>(found) - (buffer_.get() + begin_));
                 line = {buffer_.get() + begin_, length};
                 begin_ += length + 1;
                 if (line.ends_with('\r')) line.remove_suffix(1);
@@ -78,7 +79,8 @@ private:
 // A file that is written in large blocks.
 class Output {
 public:
-    explicit Output(const std::string& path) : fd_(::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600)) {
+    explicit Output(const std::string& path)
+        : fd_(::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600)) {
         if (fd_ < 0) fail(path.c_str());
     }
     ~Output() {
@@ -120,8 +122,9 @@ public:
         static std::uint64_t running = static_cast<std::uint64_t>(::getpid()) << 42;
         ++running;
         std::array<char, 64> name;  // sixteen items in a row share a folder, as the gateway's do
-        std::snprintf(name.data(), name.size(), "/data/1/%02x/%014llx%02x.%s", static_cast<unsigned>(running >> 4 & 0xFF),
-                      static_cast<unsigned long long>(running), static_cast<unsigned>(running >> 4 & 0xFF), extension);
+        std::snprintf(name.data(), name.size(), "/data/1/%02x/%014llx%02x.%s",
+                      static_cast<unsigned>(running >> 4 & 0xFF), static_cast<unsigned long long>(running),
+                      static_cast<unsigned>(running >> 4 & 0xFF), extension);
         return path_ + name.data();
     }
 
@@ -136,7 +139,8 @@ public:
         if (sync_ && ::syncfs(data_) != 0) fail("syncfs");
         if (::rename(draft.c_str(), (path_ + "/queues/ROUTER/new/" + name).c_str()) != 0) fail("rename");
         if (sync_ && ::fsync(fresh_) != 0) fail("fsync");
-        const int trail = ::open((path_ + "/logs/audit.jsonl").c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600);
+        const int trail =
+            ::open((path_ + "/logs/audit.jsonl").c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600);
         write_all(trail, std::string_view(filler_).substr(0, sizes_.audit));
         ::close(trail);
     }
@@ -170,7 +174,8 @@ void decode_line(std::string_view line, Output& out) {
     char* to = out.room(count + 3);
     const char* from = line.data() + 1;
     for (std::size_t done = 0; done < count; done += 3, from += 4) {
-        const unsigned group = value_of(from[0]) << 18 | value_of(from[1]) << 12 | value_of(from[2]) << 6 | value_of(from[3]);
+        const unsigned group =
+            value_of(from[0]) << 18 | value_of(from[1]) << 12 | value_of(from[2]) << 6 | value_of(from[3]);
         *to++ = static_cast<char>(group >> 16);
         *to++ = static_cast<char>(group >> 8);
         *to++ = static_cast<char>(group);
@@ -188,8 +193,7 @@ void copy_line(std::string_view line, Output& out) {
 // One message's text, to its end line.
 void take_text(Lines& lines, Home& home) {
     std::string_view line;
-    while (lines.next(line) && !line.empty()) {
-    }
+    while (lines.next(line) && !line.empty()) {}
     Output out(home.new_item("item"));
     bool encoded = false;
     while (lines.next(line) && line != ".") {

@@ -94,7 +94,8 @@ private:
     ShowContext& context_;
     Tree& tree_;
     std::size_t depth_;
-    std::string subject_;  // the message's own, in RFC 2047 form: parts that carry it do not repeat it
+    // Hashes of the subjects around, in RFC 2047 form, by depth, 0 for none: parts that carry one do not repeat it.
+    std::vector<std::size_t> subjects_;
     std::int32_t run_type_ = 0;
     std::size_t run_ = 0;  // records of run_type_ one after the other, up to now
 };

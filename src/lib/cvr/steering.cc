@@ -10,6 +10,7 @@
 #include <toml++/toml.h>
 
 #include "ccs/ccs.h"
+#include "cvr/toml_text.h"
 
 namespace {
 
@@ -181,6 +182,10 @@ bool SteeringMatch::covers(std::int32_t asked_type, std::string_view asked_set) 
 }
 
 std::optional<Steering> parse_steering(std::string_view text, SteeringError& error, std::vector<SteeringError>& warnings) {
+    if (auto complaint = check_toml_text(text)) {
+        error = {complaint->line, std::move(complaint->what)};
+        return std::nullopt;
+    }
     try {
         const toml::table file = toml::parse(text);
         return Parser(warnings).parse(file);

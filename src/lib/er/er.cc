@@ -241,11 +241,11 @@ void er_Translate(const std::function<void()>& work) {
     }
 }
 
-void er_detail::log(int level, int set, int number, std::initializer_list<er_Arg> args) {
+void er_detail::log(int line_level, int set, int number, std::initializer_list<er_Arg> args) {
     try {
         const std::string_view format = text_of(set, number);
         const std::string text = format.empty() ? join(args) : er_Format(format, args);
-        emit(level, line_head(level, set, number) + er_Printable(text) + '\n');
+        emit(line_level, line_head(line_level, set, number) + er_Printable(text) + '\n');
     } catch (...) {  // the mail goes on without its log line
     }
 }

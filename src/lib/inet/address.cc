@@ -188,6 +188,7 @@ void name_of(mim_Address& address, const mim_Mapping& mapping, bool IncludeGp5Ia
 int inet_uxConvArpaORNToORN(std::string& pArpaORN, std::string& pORN, bool /*RecipTo*/, const mim_Mapping& mapping,
                             bool IncludeGp5Ia) {
     pORN.clear();
+    pArpaORN.resize(std::min(pArpaORN.find('\0'), pArpaORN.size()));  // a name cannot hold one
     mim_Address address = mim_parse_address(pArpaORN);
     if (address.kind == mim_AddressKind::address) {
         std::string bare;

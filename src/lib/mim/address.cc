@@ -164,8 +164,22 @@ bool read_phrase(std::string_view text, mim_Address& out) {
     return only_words;
 }
 
-// Words with dots between them, up to anything else. False when two words stand side by side or a quote is left open.
-bool read_dotted(Cursor& in, std::string& part, mim_Address& out) {
+// An atom, with pairs of a backslash and a character in it. False when a backslash stands last.
+bool read_word(Cursor& in, std::string& part) {
+    while (!in.done() && (class_of(in.peek()) == kAtom || in.peek() == '\\')) {
+        part.append(in.take_atom());
+        if (!in.take('\\')) continue;
+        if (in.done()) return false;
+        part.push_back(in.peek());
+        in.skip();
+    }
+    return true;
+}
+
+enum class Words { any, atoms };
+
+// Words with dots between them, up to anything else. False when two words stand side by side or one is cut off.
+bool read_dotted(Cursor& in, Words words, std::string& part, mim_Address& out) {
     bool after_word = false;
     for (;;) {
         skip_filling(in, out);
@@ -177,28 +191,22 @@ bool read_dotted(Cursor& in, std::string& part, mim_Address& out) {
             after_word = false;
             continue;
         }
-        if (class_of(c) != kAtom && c != '"' && c != '\\') return true;
+        const bool atom = class_of(c) == kAtom;
+        if (!atom && (words == Words::atoms || (c != '"' && c != '\\'))) return true;
         if (after_word) return false;
         after_word = true;
-        if (c == '"') {
-            if (!in.take_quoted(part)) return false;
-            continue;
-        }
-        while (!in.done() && (class_of(in.peek()) == kAtom || in.peek() == '\\')) {
+        if (words == Words::atoms)
             part.append(in.take_atom());
-            if (!in.take('\\')) continue;
-            if (in.done()) return false;
-            part.push_back(in.peek());
-            in.skip();
-        }
+        else if (c == '"' ? !in.take_quoted(part) : !read_word(in, part))
+            return false;
     }
 }
 
-// A domain: dotted atoms or a literal in square brackets.
+// A domain: dotted atoms or a literal in square brackets. Quotes and backslashes have no place in it.
 bool read_domain(Cursor& in, mim_Address& out) {
     skip_filling(in, out);
-    if (in.done() || in.peek() != '[') return read_dotted(in, out.domain, out);
-    const char* start = in.position();
+    const char* const start = in.position();
+    if (in.done() || in.peek() != '[') return read_dotted(in, Words::atoms, out.domain, out);
     while (!in.done() && in.peek() != ']') in.skip_unit();
     if (!in.take(']')) return false;
     out.domain.assign(between(start, in.position()));
@@ -227,7 +235,7 @@ bool read_plain_addr_spec(std::string_view text, mim_Address& out) {
 bool read_addr_spec(std::string_view text, mim_Address& out) {
     if (read_plain_addr_spec(text, out)) return true;
     Cursor in(text);
-    if (!read_dotted(in, out.localpart, out)) return false;
+    if (!read_dotted(in, Words::any, out.localpart, out)) return false;
     if (in.take('@')) {
         if (!read_domain(in, out) || out.domain.empty()) return false;
     }

@@ -54,6 +54,7 @@ std::size_t tf_Record::put_string(std::size_t at, std::string_view text) {
     text = text.substr(0, text.find('\0'));
     make_room(at + text.size() + 1);
     std::copy(text.begin(), text.end(), bytes_.begin() + static_cast<std::ptrdiff_t>(at));
+    bytes_[at + text.size()] = '\0';  // a longer text may have stood there
     return at + text.size() + 1;
 }
 

@@ -187,6 +187,12 @@ TEST_F(InetTest, OnlyAddressesWithOddBytesAreRewritten) {
     EXPECT_EQ(address_, "\"a b\"@far.example");
 }
 
+TEST_F(InetTest, AByteZeroEndsTheAddress) {
+    EXPECT_EQ(convert(std::string_view("u@far.example\0x", 15)), "/DD.RFC-822=u(a)far.example");
+    EXPECT_EQ(convert(std::string_view("\0u@far.example", 14)), "-");
+    EXPECT_EQ(convert(std::string_view("<a.\0b>", 7)), "/S=a.");
+}
+
 TEST_F(InetTest, MappingGoesFirst) {
     map("name,mail\n/C=FR/S=Doe,u@far.example\n/C=FR/S=Enc,/S=x/@far.example\n/S=Loc,ada@home.example\n"
         "/S=Both/CN=Boss/IA=i,both@far.example\n");

@@ -45,8 +45,12 @@ protected:
         file.finish(std::move(main));
         return file;
     }
-    // Queues a message with one attached file (three files in all); the entry's name and the message file.
-    static std::pair<std::string, ITEM_REF> queue(int priority = 0) {
+    struct Queued {
+        std::string name;  // of the entry
+        ITEM_REF ref;      // the message file
+    };
+    // Queues a message with one attached file (three files in all).
+    static Queued queue(int priority = 0) {
         Msg_File file = message(1);
         Q_PutMsgOnQueue("ROUTER", file, priority);
         for (const Q_Entry& entry : Q_List("ROUTER"))
@@ -83,13 +87,15 @@ TEST_F(Entries, AreListedWithWhatTheyHold) {
 }
 
 TEST_F(Entries, AreListedInOrderOfServiceWaitingBeforeTaken) {
-    const std::string late = queue(1).first, normal = queue(0).first, urgent = queue(2).first, taken = queue(2).first;
+    const std::string late = queue(1).name, normal = queue(0).name, urgent = queue(2).name, taken = queue(2).name;
     Q_Take("ROUTER", taken);
     EXPECT_EQ(listed(), (std::vector<std::string>{"new " + urgent, "new " + normal, "new " + late, "cur " + taken}));
 }
 
 TEST_F(Entries, TakingMovesAnEntry) {
-    const auto [name, ref] = queue();
+    const Queued queued = queue();
+    const std::string& name = queued.name;
+    const ITEM_REF& ref = queued.ref;
     const Q_Entry entry = Q_Take("ROUTER", name);
     EXPECT_EQ(entry.name, name);
     EXPECT_TRUE(entry.taken);
@@ -100,7 +106,7 @@ TEST_F(Entries, TakingMovesAnEntry) {
 }
 
 TEST_F(Entries, BeingDoneDeletesTheEntryAndAllFiles) {
-    const std::string name = queue().first;
+    const std::string name = queue().name;
     const auto [other, other_ref] = queue();
     EXPECT_EQ(reason_of([&] { Q_Done("ROUTER", name); }), ENOENT) << "it was not taken";
     EXPECT_EQ(items().size(), 6U);
@@ -124,18 +130,18 @@ TEST_F(Entries, AllMessagesOfAnEntryGo) {
 }
 
 TEST_F(Entries, RemovingIsForEntriesThatWait) {
-    const std::string name = queue().first;
+    const std::string name = queue().name;
     Q_Take("ROUTER", name);
     EXPECT_EQ(reason_of([&] { Q_Remove("ROUTER", name); }), ENOENT) << "somebody works on it";
     EXPECT_EQ(items().size(), 3U) << "and needs its files";
-    const std::string waiting = queue().first;
+    const std::string waiting = queue().name;
     Q_Remove("ROUTER", waiting);
     EXPECT_EQ(listed(), std::vector<std::string>{"cur " + name});
     EXPECT_EQ(items().size(), 3U);
 }
 
 TEST_F(Entries, NamesThatAreNoFileNamesAreRefused) {
-    const std::string name = queue().first;
+    const std::string name = queue().name;
     fs::create_directory(home_.file("queues/ROUTER/new/d"));
     for (const std::string& bad : {std::string(), std::string("."), std::string(".."), "../new/" + name, "d/../" + name,
                                    home_.file("queues/ROUTER/new/" + name)}) {
@@ -159,7 +165,7 @@ constexpr DamagedRow kDamagedRows[] = {
 };
 
 TEST_F(Entries, DamagedEntriesAreListedAndDoNotHideOthers) {
-    const std::string sound = queue().first;
+    const std::string sound = queue().name;
     for (const DamagedRow& row : kDamagedRows) {
         home_.write("queues/ROUTER/new/0-damaged", bytes(row.bytes));
         const std::vector<Q_Entry> entries = Q_List("ROUTER");
@@ -177,7 +183,9 @@ TEST_F(Entries, DamagedEntriesAreListedAndDoNotHideOthers) {
 }
 
 TEST_F(Entries, FilesThatAreGoneDoNotMatter) {
-    const auto [name, ref] = queue();
+    const Queued queued = queue();
+    const std::string& name = queued.name;
+    const ITEM_REF& ref = queued.ref;
     fs::remove(im_ItemRef2FName(ref));
     Q_Remove("ROUTER", name);
     EXPECT_TRUE(listed().empty());
@@ -185,7 +193,9 @@ TEST_F(Entries, FilesThatAreGoneDoNotMatter) {
 }
 
 TEST_F(Entries, ADamagedMessageFileDoesNotKeepItsEntry) {
-    const auto [name, ref] = queue();
+    const Queued queued = queue();
+    const std::string& name = queued.name;
+    const ITEM_REF& ref = queued.ref;
     const std::string path = im_ItemRef2FName(ref);
     fs::resize_file(path, fs::file_size(path) - 1);  // the second of its two files cannot be read any more
     Q_Remove("ROUTER", name);
@@ -235,7 +245,9 @@ TEST_F(Entries, EachEntryIsTakenOnce) {
 // An operator removes what a consumer takes at the same time: the files live as long as the consumer works on them.
 TEST_F(Entries, RemovingNeverDeletesTheFilesOfATakenEntry) {
     for (int round = 0; round < 100; ++round) {
-        const auto [name, ref] = queue();
+        const Queued queued = queue();
+        const std::string& name = queued.name;
+        const ITEM_REF& ref = queued.ref;
         const pid_t remover = start_child([&] { return reason_of([&] { Q_Remove("ROUTER", name); }); });
         bool taken = false;
         try {
@@ -255,7 +267,7 @@ TEST_F(Entries, RemovingNeverDeletesTheFilesOfATakenEntry) {
 // While entries are queued and taken, a listing has each of them once.
 TEST_F(Entries, AListingHasEachEntryOnce) {
     const pid_t worker = start_child([] {
-        for (int i = 0; i < 300; ++i) Q_Take("ROUTER", queue().first);
+        for (int i = 0; i < 300; ++i) Q_Take("ROUTER", queue().name);
         return 0;
     });
     for (int round = 0; round < 200; ++round) {

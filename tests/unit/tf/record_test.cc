@@ -89,6 +89,14 @@ TEST(Record, StringsStandInPlaceWithTheirNul) {
     EXPECT_EQ(hex(record.bytes()), hex(bytes("0000001A 00002BC0 00000000 0000 0000 'IPM' 00 00 'a' 00 E90A 00")));
 }
 
+TEST(Record, AShorterStringOverALongerOneEndsWhereItEnds) {
+    tf_Record record(TFREC_item_class);
+    record.put_string(16, "IPM.Note");
+    EXPECT_EQ(record.put_string(16, "Re"), 19U);
+    EXPECT_EQ(record.get_string(16), "Re");
+    EXPECT_EQ(hex(record.bytes()), hex(bytes("00000019 00002BC0 00000000 0000 0000 'Re' 00 '.Note' 00")));
+}
+
 TEST(Record, ItemReferenceOfTwentyBytes) {
     tf_Record record(TFREC_message_file);
     record.put_ref(16, some_ref());

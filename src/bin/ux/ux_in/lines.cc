@@ -89,7 +89,7 @@ bool ux_LineReader::held_returns(std::size_t limit) {
     whole_ = begin_ < end_ && buffer_[begin_] == '\n';
     if (whole_) {
         ++begin_;
-        held_returns_ = 0;
+        line_end_returns_ = std::exchange(held_returns_, 0);
         piece_ = {};
         return true;
     }
@@ -109,6 +109,7 @@ bool ux_LineReader::next_piece(std::size_t limit) {
             const auto length = static_cast<std::size_t>(line_feed - ahead.data());
             begin_ += length + 1;
             piece_ = ahead.first(without_returns(ahead.first(length)));
+            line_end_returns_ = length - piece_.size();
             at_start_ = std::exchange(whole_, true);
             return true;
         }
@@ -148,19 +149,37 @@ void ux_LineReader::begin_text() {
 }
 
 ux_MailText ux_LineReader::text(std::size_t limit) {
-    if (again_) {
-        again_ = false;
-        return last_;
+    if (!again_) {
+        raw_text(limit);
+        blank_nuls(piece_);
     }
+    again_ = false;
+    return last_;
+}
+
+ux_MailText ux_LineReader::raw_text(std::size_t limit) {
+    if (std::exchange(again_, false)) return last_;
     if (!text_open_) er_TracedEscape(kGatewayGroup, kEndOfText);
     if (!next_piece(limit)) {
         text_open_ = false;
         er_TracedEscape(kGatewayGroup, kEndOfText);
     }
-    blank_nuls(piece_);
-    last_ = {view(piece_), whole_, at_start_, at_start_ && whole_ && piece_.size() == 1 && piece_[0] == '.'};
-    if (last_.is_end) text_open_ = false;
+    const bool is_end = at_start_ && whole_ && piece_.size() == 1 && piece_[0] == '.';
+    last_ = {view(piece_), whole_, at_start_, is_end, whole_ ? line_end_returns_ : 0};
+    if (is_end) text_open_ = false;
     return last_;
+}
+
+int ux_LineReader::peek() {
+    if (again_) return last_.text.empty() ? '\n' : static_cast<unsigned char>(last_.text.front());
+    if (held_returns_ > 0) return '\r';
+    if (begin_ == end_ && !fill()) return -1;
+    return static_cast<unsigned char>(buffer_[begin_]);
+}
+
+std::string_view ux_LineReader::lines_ahead() const {
+    if (again_ || held_returns_ > 0 || !whole_ || !text_open_) return {};
+    return {buffer_.get() + begin_, end_ - begin_};
 }
 
 void ux_LineReader::drain_text() noexcept {

@@ -19,6 +19,7 @@ struct ux_MailText {
     bool whole = false;       // a line end followed it
     bool at_start = true;     // it begins a line
     bool is_end = false;      // it is the end line: a single dot
+    std::size_t returns = 0;  // CRs of the line end
     bool is_blank() const { return whole && text.empty(); }
     // The text after dot-unstuffing: a leading ".." at a line start loses a dot.
     std::string_view unstuffed() const { return at_start && text.starts_with("..") ? text.substr(1) : text; }
@@ -39,6 +40,13 @@ public:
     void begin_text();            // a message text begins: at a line start, its end line not read yet
     // The next piece, at most `limit` bytes with its line end; raises 102/1401 at the end of input and after the end line.
     ux_MailText text(std::size_t limit = kTextLineLimit);
+    ux_MailText raw_text(std::size_t limit = kTextLineLimit);  // the same with NUL bytes as they are
+    int peek();                   // the next byte of the text, or -1 at the end of input
+
+    // What lies ready in the buffer, when the next byte begins a line: for whoever takes many ordinary lines at once. Of it
+    // take_lines() takes whole lines, none of which may be an end line.
+    std::string_view lines_ahead() const;
+    void take_lines(std::size_t bytes) { begin_ += bytes; }
     void unread() { again_ = true; }  // text() gives the piece read last once more
     bool text_open() const { return text_open_; }  // begun, and the end line not read
     void drain_text() noexcept;   // reads the rest of an open text away, to its end line or the end of input
@@ -53,6 +61,7 @@ private:
     std::unique_ptr<char[]> buffer_;
     std::size_t begin_ = 0, end_ = 0;    // unread bytes
     std::size_t held_returns_ = 0;       // CRs at a cut: line end or text, the next other byte decides
+    std::size_t line_end_returns_ = 0;   // CRs of the line end read last
     std::string returns_;                // held CRs that turned out to be text
     std::span<char> piece_;
     bool whole_ = true;                  // the piece read last ended a line
