@@ -12,7 +12,7 @@ from process import Gateway, check_fsck, check_home
 from queued_mail import queued_mails
 
 GATEWAYS = 16
-SECONDS = 25
+SECONDS = 10
 LONGEST_LIFE = 0.25  # seconds; a session of a few mails takes less
 
 

@@ -17,14 +17,16 @@ void must(bool holds) {
 std::optional<std::string> decode(std::string_view text, std::size_t cut) {
     cvc_HzDecoder decoder;
     std::string out;
-    const bool good = decoder.decode(text.substr(0, cut), out) && decoder.decode(text.substr(cut), out) && decoder.finish();
+    const bool good =
+        decoder.decode(text.substr(0, cut), out) && decoder.decode(text.substr(cut), out) && decoder.finish();
     return good ? std::optional(out) : std::nullopt;
 }
 
 void check_euc(std::string_view euc) {
     while (!euc.empty()) {
         const std::size_t length = static_cast<unsigned char>(euc[0]) < 0x80 ? 1 : 2;
-        must(euc.size() >= length && (length == 1 || (static_cast<unsigned char>(euc[0]) >= 0xA1 && static_cast<unsigned char>(euc[1]) >= 0xA1)));
+        must(euc.size() >= length && (length == 1 || (static_cast<unsigned char>(euc[0]) >= 0xA1 &&
+                                                      static_cast<unsigned char>(euc[1]) >= 0xA1)));
         euc.remove_prefix(length);
     }
 }

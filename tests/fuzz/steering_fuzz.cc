@@ -13,7 +13,8 @@ void must(bool holds) {
 }
 
 void check(const Steering& steering) {
-    for (const TargetRow& row : steering.targets) must(!row.match.from.empty() && row.match.type >= 0 && !row.to.empty());
+    for (const TargetRow& row : steering.targets)
+        must(!row.match.from.empty() && row.match.type >= 0 && !row.to.empty());
     for (const SteeringMatch& match : steering.discards) must(!match.from.empty() && match.type >= 0);
     for (const ConvertRow& row : steering.converts) {
         must(!row.to.empty() && row.to_type >= 0 && row.converter.size() <= kConverterNameLimit);

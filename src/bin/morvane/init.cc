@@ -72,45 +72,67 @@ std::string configuration(std::string text, const std::string& domain) {
     return text + line;
 }
 
+// Makes what is missing. Files are drafts at first, and get their names together once their content is on the disk.
 class Layer {
 public:
+    Layer() = default;
+    Layer(const Layer&) = delete;
+    Layer& operator=(const Layer&) = delete;
+    ~Layer() {
+        for (const std::string& name : drafts_) ::unlink(draft_of(name).c_str());
+    }
+
     void folder(const std::string& path) {
         if (!os_fexists(path)) ++made_;
         os_mkdirs(path, 0700);
     }
     void file(const std::string& path, const std::string& content) {
-        if (os_fexists(path)) return keep(path);
+        if (os_fexists(path)) return kept_.push_back(path);
         const std::string name = os_HomePath(path);
-        const std::string draft = name + ".new-" + std::to_string(::getpid());
-        os_Fd fd = os_open(draft, O_WRONLY | O_CREAT | O_EXCL, 0600);
-        try {
-            os_write_all(fd.get(), content);
-            os_fsync(fd.get());
-            fd.close_checked();
-            if (::link(draft.c_str(), name.c_str()) == 0) {
+        os_Fd fd = os_open(draft_of(name), O_WRONLY | O_CREAT | O_EXCL, 0600);
+        drafts_.push_back(name);
+        os_write_all(fd.get(), content);
+        fd.close_checked();
+    }
+    void commit() {
+        const os_Fd home = os_open("~/sys", O_RDONLY | O_DIRECTORY);
+        if (::syncfs(home.get()) != 0) er_SystemEscape(errno, os_Home());
+        for (const std::string& name : drafts_) {
+            if (::link(draft_of(name).c_str(), name.c_str()) == 0) {
                 ++made_;
             } else if (errno == EEXIST) {  // somebody else was quicker
-                keep(path);
+                kept_.push_back("~" + name.substr(os_Home().size()));
             } else {
                 er_SystemEscape(errno, name);
             }
-        } catch (const er_Escape&) {
-            ::unlink(draft.c_str());
-            throw;
         }
-        ::unlink(draft.c_str());
     }
     std::size_t made() const { return made_; }
     const std::vector<std::string>& kept() const { return kept_; }
 
 private:
-    void keep(const std::string& path) { kept_.push_back(path); }
+    static std::string draft_of(const std::string& name) { return name + ".new-" + std::to_string(::getpid()); }
 
     std::size_t made_ = 0;
-    std::vector<std::string> kept_;
+    std::vector<std::string> kept_;    // below "~/"
+    std::vector<std::string> drafts_;  // the names that they are for
 };
 
+// The item store's folders are the item store's to make; here they are only counted.
+void lay_store(Layer& layer) {
+    constexpr std::string_view digits = "0123456789abcdef";
+    for (const char* domain : {"~/data/1/", "~/data/4/"})
+        for (unsigned folder = 0; folder < 256; ++folder)
+            layer.folder(domain + std::string{digits[folder >> 4], digits[folder & 15]});
+    im_make_folders();
+    for (const char* folder : {"tmp", "new", "cur"})
+        layer.folder("~/queues/" + std::string(kRouterQueue) + '/' + folder);
+    Q_make_folders(kRouterQueue);
+}
+
 void lay_catalogs(Layer& layer, const std::string& share) {
+    if (!os_fexists(share + "/nls/C/unix.cat"))
+        throw Failure(share + "/nls/C/unix.cat is missing: is morvane installed completely?");
     std::vector<std::string> languages;
     er_Translate([&] {
         for (const auto& folder : std::filesystem::directory_iterator(share + "/nls"))
@@ -121,19 +143,12 @@ void lay_catalogs(Layer& layer, const std::string& share) {
         layer.file("~/nls/" + language + "/unix.cat",
                    os_read_file(share + "/nls/" + language + "/unix.cat", kShareLimit));
     }
-    if (!os_fexists("~/nls/C/unix.cat"))
-        throw Failure(share + "/nls/C/unix.cat is missing: is morvane installed completely?");
 }
 
 void make_home_folder() {
     const std::string parent = std::filesystem::path(os_Home()).parent_path().string();
     if (!parent.empty() && !os_fexists(parent)) os_mkdirs(parent, 0755);
     os_mkdirs(os_Home(), 0700);
-}
-
-void sync_home() {
-    const os_Fd home = os_open("~/sys", O_RDONLY | O_DIRECTORY);
-    if (::syncfs(home.get()) != 0) er_SystemEscape(errno, "syncfs");
 }
 
 char delimiter_in_home() {
@@ -156,13 +171,12 @@ int init(const InitOptions& options, Printer& out, const Screen& screen) {
 
     Layer layer;
     for (const char* folder : {"~/sys", "~/nls", "~/tmp", "~/logs", "~/data", "~/queues"}) layer.folder(folder);
-    im_make_folders();
-    Q_make_folders(kRouterQueue);
+    lay_store(layer);
     layer.file("~/sys/config", config_content(delimiter));
     layer.file("~/sys/gateway.toml", configuration(gateway_toml, os_canonical_host_name()));
     layer.file("~/sys/mimetypes.toml", types);
     lay_catalogs(layer, share);
-    sync_home();
+    layer.commit();
 
     if (!options.delimiter.empty() && delimiter_in_home() != delimiter)
         throw Failure(os_HomePath("~/sys/config") + " is kept; its name delimiter is \"" + delimiter_in_home() + '"');

@@ -29,8 +29,8 @@ bool base_Detector::is_plain(std::string_view data) const {
     return data.find("~{") == std::string_view::npos && !(last_ == '~' && data.front() == '{');
 }
 
-// Plain text that went before says nothing but that this is not the beginning (where a byte-order mark may be). Its last byte
-// may be the tilde of an HZ escape, which the engine sees only when it stands in one piece with what follows.
+// Plain text that went before says nothing but that this is not the beginning (where a byte-order mark may be). Its
+// last byte may be the tilde of an HZ escape, which the engine sees only when it stands in one piece with what follows.
 void base_Detector::start_engine(std::string_view data) {
     engine_ = std::make_unique<Engine>();
     if (!any_) return engine_->feed(data);

@@ -6,8 +6,9 @@
 #include <string>
 #include <string_view>
 
-// Detects the set of text that comes in pieces (the first of at least 64 bytes, or all there is). 7-bit text without an escape character and without "~{" (which would be
-// ISO 2022 or HZ) is IA5, and is recognised without starting the detector.
+// Detects the set of text that comes in pieces (the first of at least 64 bytes, or all there is). 7-bit text without an
+// escape character and without "~{" (which would be ISO 2022 or HZ) is IA5, and is recognised without starting the
+// detector.
 class base_Detector {
 public:
     base_Detector();

@@ -1,11 +1,12 @@
 // The table of character sets: see ccs.h.
 //
-// Names are found by their key: lower case, letters and digits alone. A set is known by the keys of its native, MIME and
-// iconv names and by the customary names in kAliases (IANA's, and those that mailers write).
+// Names are found by their key: lower case, letters and digits alone. A set is known by the keys of its native, MIME
+// and iconv names and by the customary names in kAliases (IANA's, and those that mailers write).
 //
 // Four sets are read and written as the larger set that mail means by their name: text labelled GB2312 is GBK,
-// Shift_JIS is code page 932, EUC-KR is UHC (code page 949) and EUC-JP has the rows of code page 51932. Whatever is in the
-// smaller set is the same there, and nothing that arrives under these names is refused or lost for the label's sake.
+// Shift_JIS is code page 932, EUC-KR is UHC (code page 949) and EUC-JP has the rows of code page 51932. Whatever is in
+// the smaller set is the same there, and nothing that arrives under these names is refused or lost for the label's
+// sake.
 #include "ccs/ccs.h"
 
 #include <algorithm>
@@ -65,7 +66,7 @@ constexpr auto kSets = std::to_array<ccs_Descriptor>({
     row("WIN1256",    "windows-1256", "CP1256"),
     row("WIN1257",    "windows-1257", "CP1257"),
     row("WIN1258",    "windows-1258", "CP1258"),
-    row("T61",        "T.61-8bit",    "T.61-8BIT",   single,  false, kInterchangeSet),  // "#", "$", "{" are others there
+    row("T61",        "T.61-8bit",    "T.61-8BIT",   single,  false, kInterchangeSet),  // "#" is another there
 });
 
 struct Alias {
@@ -76,7 +77,8 @@ struct Alias {
 // Keys beyond those of the rows' own names.
 constexpr auto kAliases = std::to_array<Alias>({
     {"646", "IA5"}, {"ansix341968", "IA5"}, {"ansix341986", "IA5"}, {"ascii", "IA5"}, {"cp367", "IA5"},
-    {"csascii", "IA5"}, {"ibm367", "IA5"}, {"iso646irv1991", "IA5"}, {"iso646us", "IA5"}, {"isoir6", "IA5"}, {"us", "IA5"},
+    {"csascii", "IA5"}, {"ibm367", "IA5"}, {"iso646irv1991", "IA5"}, {"iso646us", "IA5"}, {"isoir6", "IA5"},
+    {"us", "IA5"},
     {"88591", "ISO8859_1"}, {"cp819", "ISO8859_1"}, {"csisolatin1", "ISO8859_1"}, {"ibm819", "ISO8859_1"},
     {"iso885911987", "ISO8859_1"}, {"isoir100", "ISO8859_1"}, {"l1", "ISO8859_1"}, {"latin1", "ISO8859_1"},
     {"88592", "ISO8859_2"}, {"csisolatin2", "ISO8859_2"}, {"iso885921987", "ISO8859_2"}, {"isoir101", "ISO8859_2"},
@@ -85,12 +87,14 @@ constexpr auto kAliases = std::to_array<Alias>({
     {"latin3", "ISO8859_3"},
     {"csisolatin4", "ISO8859_4"}, {"iso885941988", "ISO8859_4"}, {"isoir110", "ISO8859_4"}, {"l4", "ISO8859_4"},
     {"latin4", "ISO8859_4"},
-    {"csisolatincyrillic", "ISO8859_5"}, {"cyrillic", "ISO8859_5"}, {"iso885951988", "ISO8859_5"}, {"isoir144", "ISO8859_5"},
+    {"csisolatincyrillic", "ISO8859_5"}, {"cyrillic", "ISO8859_5"}, {"iso885951988", "ISO8859_5"},
+    {"isoir144", "ISO8859_5"},
     {"arabic", "ISO8859_6"}, {"asmo708", "ISO8859_6"}, {"csisolatinarabic", "ISO8859_6"}, {"ecma114", "ISO8859_6"},
     {"iso885961987", "ISO8859_6"}, {"iso88596e", "ISO8859_6"}, {"iso88596i", "ISO8859_6"}, {"isoir127", "ISO8859_6"},
     {"csisolatingreek", "ISO8859_7"}, {"ecma118", "ISO8859_7"}, {"elot928", "ISO8859_7"}, {"greek", "ISO8859_7"},
     {"greek8", "ISO8859_7"}, {"iso885971987", "ISO8859_7"}, {"iso885972003", "ISO8859_7"}, {"isoir126", "ISO8859_7"},
-    {"csisolatinhebrew", "ISO8859_8"}, {"hebrew", "ISO8859_8"}, {"iso885981988", "ISO8859_8"}, {"iso88598e", "ISO8859_8"},
+    {"csisolatinhebrew", "ISO8859_8"}, {"hebrew", "ISO8859_8"}, {"iso885981988", "ISO8859_8"},
+    {"iso88598e", "ISO8859_8"},
     {"iso88598i", "ISO8859_8"}, {"isoir138", "ISO8859_8"},
     {"csisolatin5", "ISO8859_9"}, {"iso885991989", "ISO8859_9"}, {"isoir148", "ISO8859_9"}, {"l5", "ISO8859_9"},
     {"latin5", "ISO8859_9"},
@@ -103,13 +107,15 @@ constexpr auto kAliases = std::to_array<Alias>({
     {"latin8", "ISO8859_14"},
     {"csiso885915", "ISO8859_15"}, {"isoir203", "ISO8859_15"}, {"l9", "ISO8859_15"}, {"latin9", "ISO8859_15"},
     {"iso8859162001", "ISO8859_16"}, {"isoir226", "ISO8859_16"}, {"l10", "ISO8859_16"}, {"latin10", "ISO8859_16"},
-    {"csutf8", "UTF8"}, {"unicode11utf8", "UTF8"}, {"unicode20utf8", "UTF8"}, {"utf8mb4", "UTF8"}, {"xunicode20utf8", "UTF8"},
+    {"csutf8", "UTF8"}, {"unicode11utf8", "UTF8"}, {"unicode20utf8", "UTF8"}, {"utf8mb4", "UTF8"},
+    {"xunicode20utf8", "UTF8"},
     {"csutf7", "UTF7"}, {"unicode11utf7", "UTF7"}, {"xunicode20utf7", "UTF7"},
     {"csiso2022jp", "ISO2022JP"},
     {"cp932", "SJIS"}, {"cp943", "SJIS"}, {"csshiftjis", "SJIS"}, {"cswindows31j", "SJIS"}, {"ms932", "SJIS"},
     {"mskanji", "SJIS"}, {"windows31j", "SJIS"}, {"windows932", "SJIS"}, {"xmscp932", "SJIS"}, {"xsjis", "SJIS"},
     {"cp51932", "EUCJP"}, {"cseucpkdfmtjapanese", "EUCJP"}, {"eucjp", "EUCJP"}, {"ujis", "EUCJP"}, {"xeucjp", "EUCJP"},
-    {"chinese", "GB2312"}, {"cngb", "GB2312"}, {"csgb2312", "GB2312"}, {"csiso58gb231280", "GB2312"}, {"euccn", "GB2312"},
+    {"chinese", "GB2312"}, {"cngb", "GB2312"}, {"csgb2312", "GB2312"}, {"csiso58gb231280", "GB2312"},
+    {"euccn", "GB2312"},
     {"gb231280", "GB2312"}, {"isoir58", "GB2312"}, {"xeuccn", "GB2312"}, {"xgb2312", "GB2312"},
     {"cp936", "GBK"}, {"csgbk", "GBK"}, {"ms936", "GBK"}, {"windows936", "GBK"}, {"xgbk", "GBK"},
     {"cp54936", "GB18030"}, {"csgb18030", "GB18030"}, {"gb180302000", "GB18030"}, {"gb180302005", "GB18030"},
@@ -117,10 +123,12 @@ constexpr auto kAliases = std::to_array<Alias>({
     {"csiso2022cn", "ISO2022CN"},
     {"cp949", "KSC5601"}, {"cseuckr", "KSC5601"}, {"csksc56011987", "KSC5601"}, {"iso885949", "KSC5601"},
     {"isoir149", "KSC5601"}, {"korean", "KSC5601"}, {"ksc5601", "KSC5601"}, {"ksc56011987", "KSC5601"},
-    {"ksc56011989", "KSC5601"}, {"ksx1001", "KSC5601"}, {"ms949", "KSC5601"}, {"windows949", "KSC5601"}, {"xeuckr", "KSC5601"},
+    {"ksc56011989", "KSC5601"}, {"ksx1001", "KSC5601"}, {"ms949", "KSC5601"}, {"windows949", "KSC5601"},
+    {"xeuckr", "KSC5601"},
     {"xwindows949", "KSC5601"},
     {"csiso2022kr", "ISO2022KR"},
-    {"bigfive", "BIG5"}, {"cnbig5", "BIG5"}, {"cp950", "BIG5"}, {"csbig5", "BIG5"}, {"windows950", "BIG5"}, {"xxbig5", "BIG5"},
+    {"bigfive", "BIG5"}, {"cnbig5", "BIG5"}, {"cp950", "BIG5"}, {"csbig5", "BIG5"}, {"windows950", "BIG5"},
+    {"xxbig5", "BIG5"},
     {"cskoi8r", "KOI8_R"}, {"koi8", "KOI8_R"}, {"xkoi8r", "KOI8_R"},
     {"cskoi8u", "KOI8_U"}, {"koi8ru", "KOI8_U"},
     {"cswindows1250", "WIN1250"}, {"xcp1250", "WIN1250"},
@@ -189,7 +197,8 @@ constexpr auto make_entries() {
         all[count++] = {key_of(kSets[at].mime), set};
         all[count++] = {is_shared_iconv(at) ? key_of(kSets[at].name) : key_of(kSets[at].iconv), set};
     }
-    for (const Alias& alias : kAliases) all[count++] = {key_of(alias.key), static_cast<std::uint8_t>(row_of(alias.set))};
+    for (const Alias& alias : kAliases)
+        all[count++] = {key_of(alias.key), static_cast<std::uint8_t>(row_of(alias.set))};
     std::sort(all.begin(), all.end());
     return all;
 }
@@ -198,7 +207,8 @@ constexpr auto kEntries = make_entries();
 
 constexpr bool keys_are_unambiguous() {
     for (std::size_t at = 1; at < kEntries.size(); ++at)
-        if (kEntries[at - 1].key.view() == kEntries[at].key.view() && kEntries[at - 1].set != kEntries[at].set) return false;
+        if (kEntries[at - 1].key.view() == kEntries[at].key.view() && kEntries[at - 1].set != kEntries[at].set)
+            return false;
     return kEntries.front().key.length > 0;
 }
 static_assert(keys_are_unambiguous());

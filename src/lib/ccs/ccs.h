@@ -23,7 +23,7 @@ enum class ccs_Shape : std::uint8_t {
 };
 
 inline constexpr std::size_t kSetNameLimit = 14;  // characters of a native name wherever one is kept
-inline constexpr unsigned kInterchangeSet = 64;  // a set of interchange (T.61): text in it is never re-labelled
+inline constexpr unsigned kInterchangeSet = 64;   // a set of interchange (T.61): text in it is never re-labelled
 
 struct ccs_Descriptor {
     std::string_view name;                     // native

@@ -9,11 +9,9 @@
 #include <map>
 #include <variant>
 
-#define TOML_ENABLE_FORMATTERS 0
-#include <toml++/toml.h>
-
 #include "er/er.h"
 #include "os/os.h"
+#include "os/toml.h"
 
 namespace {
 
@@ -51,21 +49,26 @@ std::string place(unsigned line, std::string_view what) {
     er_SystemEscape(EINVAL, report);
 }
 
-Value scalar(std::string_view key, const toml::node& node) {
+Value scalar(const os_AsciiToml& source, const std::string& key, const toml::node& node) {
     const unsigned line = node.source().begin.line;
     if (const auto* truth = node.as_boolean()) return {truth->get(), line};
     if (const auto* number = node.as_integer()) return {number->get(), line};
-    if (const auto* text = node.as_string()) return {text->get(), line};
-    refuse(line, "key " + std::string(key) + ": a truth, a whole number or a text is wanted");
+    if (const auto* text = node.as_string()) return {source.original(text->get()), line};
+    refuse(line, "key " + key + ": a truth, a whole number or a text is wanted");
 }
 
 Values values_of(const std::string& text) {
+    const os_AsciiToml source(text);
+    if (source.bad_line() != 0) refuse(source.bad_line(), "not UTF-8");
     Values values;
     try {
-        const toml::table table = toml::parse(text);
-        for (const auto& [key, node] : table) values.emplace(key.str(), scalar(key.str(), node));
+        const toml::table table = toml::parse(source.text());
+        for (const auto& [ascii_key, node] : table) {
+            const std::string key = source.original(ascii_key.str());
+            values.emplace(key, scalar(source, key, node));
+        }
     } catch (const toml::parse_error& error) {
-        refuse(error.source().begin.line, error.description());
+        refuse(error.source().begin.line, source.original(error.description()));
     }
     return values;
 }

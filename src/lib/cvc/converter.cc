@@ -50,8 +50,8 @@ Side side_of(std::string_view name) {
 
 bool needs_iconv(const Side& side) { return side.coding == Coding::iconv || side.coding == Coding::hz; }
 
-// One call of iconv(3) on all of `input`, room for the output made as needed. Returns 0, or errno: EINVAL with the rest of
-// a cut character in `input`, EILSEQ with the character that cannot be read or written at its front.
+// One call of iconv(3) on all of `input`, room for the output made as needed. Returns 0, or errno: EINVAL with the rest
+// of a cut character in `input`, EILSEQ with the character that cannot be read or written at its front.
 int run_iconv(iconv_t descriptor, std::string_view& input, std::string& out, bool flush = false) {
     std::size_t room = input.size() + input.size() / 2 + kLongestCharacter;
     for (;;) {

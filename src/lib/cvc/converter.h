@@ -1,6 +1,6 @@
-// Conversion of text between character sets, in pieces cut anywhere. Every conversion goes through UTF-8: what cannot be
-// read is thereby told from what cannot be written. IA5, ISO8859_1 and UTF8 are read and written here, HZGB2312
-// is over GB 2312, the rest is iconv(3)'s.
+// Conversion of text between character sets, in pieces cut anywhere. Every conversion goes through UTF-8: what cannot
+// be read is thereby told from what cannot be written. IA5, ISO8859_1 and UTF8 are read and written here, HZGB2312 is
+// over GB 2312, the rest is iconv(3)'s.
 #pragma once
 
 #include <cstdint>

@@ -95,8 +95,8 @@ std::uint64_t cvc_HzEncoder::encode(std::string_view euc, std::string& out) {
         const std::size_t length = ccs_character_length(ccs_Shape::lead81, euc);
         const std::string_view character = euc.substr(0, length);
         const bool is_pair = length == 2 && static_cast<unsigned char>(character[0]) > 0x80 &&
-                             static_cast<unsigned char>(character[1]) > 0x80 && is_first(without_high_bit(character[0])) &&
-                             is_second(without_high_bit(character[1]));
+                             static_cast<unsigned char>(character[1]) > 0x80 &&
+                             is_first(without_high_bit(character[0])) && is_second(without_high_bit(character[1]));
         if (is_pair) {
             put_pair(character[0], character[1], out);
         } else if (length == 1 && ccs_Is7BitAscii(character)) {

@@ -1,4 +1,5 @@
-// HZ (RFC 1843): GB 2312 in 7-bit text. Decoded to and encoded from EUC-CN (every byte of a pair with the high bit set).
+// HZ (RFC 1843): GB 2312 in 7-bit text. Decoded to and encoded from EUC-CN (every byte of a pair with the high bit
+// set).
 //
 //   "~{" ... "~}"   pairs of bytes 0x21-0x77, 0x21-0x7E        "~~"   a tilde        "~" LF   nothing
 //

@@ -8,11 +8,12 @@
 namespace {
 
 constexpr int kSlots = 32;
-const iconv_t kNone = reinterpret_cast<iconv_t>(-1);
+// What iconv_open returns when there is no such conversion.
+iconv_t none() { return reinterpret_cast<iconv_t>(-1); }
 
 struct Slot {
     std::string to, from;
-    iconv_t descriptor = kNone;
+    iconv_t descriptor = none();
     bool used = false;  // the names are set: a descriptor, or the knowledge that there is none
     bool lent = false;
     unsigned long last_use = 0;
@@ -23,7 +24,7 @@ struct Pool {
     unsigned long clock = 0;
     ~Pool() {
         for (Slot& slot : slots)
-            if (slot.descriptor != kNone) iconv_close(slot.descriptor);
+            if (slot.descriptor != none()) iconv_close(slot.descriptor);
     }
 };
 
@@ -33,7 +34,7 @@ Pool& pool() {
 }
 
 void empty(Slot& slot) {
-    if (slot.descriptor != kNone) iconv_close(slot.descriptor);
+    if (slot.descriptor != none()) iconv_close(slot.descriptor);
     slot = Slot{};
 }
 
@@ -68,7 +69,7 @@ IconvLoan::IconvLoan(const std::string& to, const std::string& from) {
     }
     Slot& slot = pool().slots[at];
     slot.last_use = ++pool().clock;
-    if (slot.descriptor == kNone) return;
+    if (slot.descriptor == none()) return;
     slot.lent = true;
     slot_ = at;
 }

@@ -117,6 +117,7 @@ std::string variable(const std::pair<std::string, std::string>& entry) {
 
 std::vector<char*> pointers(std::vector<std::string>& texts) {
     std::vector<char*> all;
+    all.reserve(texts.size() + 1);
     for (std::string& text : texts) all.push_back(text.data());
     all.push_back(nullptr);
     return all;
@@ -126,7 +127,7 @@ std::vector<char*> pointers(std::vector<std::string>& texts) {
 std::string program_path(const std::string& name) {
     if (name.find('/') != std::string::npos) return name;
     for (const char* folder : {"/usr/local/bin/", "/usr/bin/", "/bin/"})
-        if (const std::string path = folder + name; ::access(path.c_str(), X_OK) == 0) return path;
+        if (std::string path = folder + name; ::access(path.c_str(), X_OK) == 0) return path;
     return name;
 }
 
@@ -176,18 +177,24 @@ private:
 class Streams {
 public:
     Streams(os_Fd out, os_Fd error, im_Item& item)
-        : out_(std::move(out)), error_(std::move(error)), item_(item), block_(std::make_unique_for_overwrite<char[]>(kBlock)) {}
+        : out_(std::move(out)),
+          error_(std::move(error)),
+          item_(item),
+          block_(std::make_unique_for_overwrite<char[]>(kBlock)) {}
 
     bool open() const { return out_ || error_; }
     const std::string& error_text() const { return error_text_; }
 
     // Waits for output and takes what there is. False: nothing came.
     bool pump(milliseconds wait) {
-        std::array<pollfd, 2> polled{pollfd{out_ ? out_.get() : -1, POLLIN, 0}, pollfd{error_ ? error_.get() : -1, POLLIN, 0}};
+        std::array<pollfd, 2> polled{pollfd{out_ ? out_.get() : -1, POLLIN, 0},
+                                     pollfd{error_ ? error_.get() : -1, POLLIN, 0}};
         if (::poll(polled.data(), polled.size(), static_cast<int>(wait.count())) <= 0) return false;
         if (polled[0].revents != 0) take(out_, [this](std::string_view data) { item_.write(data); });
         if (polled[1].revents != 0)
-            take(error_, [this](std::string_view data) { error_text_ += data.substr(0, kErrorTextLimit - error_text_.size()); });
+            take(error_, [this](std::string_view data) {
+                error_text_ += data.substr(0, kErrorTextLimit - error_text_.size());
+            });
         return true;
     }
 

@@ -81,13 +81,15 @@ cvr_Outcome load(std::string_view file, std::optional<Steering>& slot) {
 
 const ConvertRow* find_convert(std::int32_t type, std::string_view charset) {
     const auto& rows = in_force().converts;
-    const auto row = std::find_if(rows.begin(), rows.end(), [&](const ConvertRow& r) { return r.match.covers(type, charset); });
+    const auto row =
+        std::find_if(rows.begin(), rows.end(), [&](const ConvertRow& r) { return r.match.covers(type, charset); });
     return row == rows.end() ? nullptr : &*row;
 }
 
 bool is_discarded(std::int32_t type, std::string_view charset) {
     const auto& rows = in_force().discards;
-    return std::any_of(rows.begin(), rows.end(), [&](const SteeringMatch& match) { return match.covers(type, charset); });
+    return std::any_of(rows.begin(), rows.end(),
+                       [&](const SteeringMatch& match) { return match.covers(type, charset); });
 }
 
 cvr_Outcome outcome_of(ChildResult result) {

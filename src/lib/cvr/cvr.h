@@ -1,8 +1,8 @@
-// Steering: the rules of a mail system for what becomes of text and of whole parts (see steering.h for the files), and the
-// converters that the rules name, run as child processes (see child.h).
+// Steering: the rules of a mail system for what becomes of text and of whole parts (see steering.h for the files), and
+// the converters that the rules name, run as child processes (see child.h).
 //
-// Rules are loaded into slots. Slot 0 is loaded by cvr_InitConvert and always there; the others hold alternatives, and one
-// slot at a time is in force.
+// Rules are loaded into slots. Slot 0 is loaded by cvr_InitConvert and always there; the others hold alternatives, and
+// one slot at a time is in force.
 #pragma once
 
 #include <cstdint>
@@ -25,9 +25,9 @@ struct cvr_Outcome {
     std::string text;
 };
 
-// Loads a steering file ("~/..." is below the home) into slot 0 and puts it in force. 0 loaded; 3 there is no such file, and
-// nothing has changed; any other result: it cannot be read or used, which is also logged at level 3 with file, line and
-// key (group 1, reason errno, EINVAL for what it says), and nothing has changed either.
+// Loads a steering file ("~/..." is below the home) into slot 0 and puts it in force. 0 loaded; 3 there is no such
+// file, and nothing has changed; any other result: it cannot be read or used, which is also logged at level 3 with
+// file, line and key (group 1, reason errno, EINVAL for what it says), and nothing has changed either.
 cvr_Outcome cvr_InitConvert(std::string_view file);
 // The same for slot 1 to 7; it does not put the slot in force.
 cvr_Outcome cvr_InitAltSteering(std::string_view file, int slot);
@@ -59,8 +59,8 @@ struct cvr_Substitution {
 };
 
 // Runs a converter of the slot in force on `in`, its output appended to `out`. 0 success; -1 it cannot be run; 10 it
-// failed: another exit status than 0, a signal, or out of time. After a failure `out` is to be dropped. `in` becomes a file.
-// Raises what placing `in` and writing `out` raises.
+// failed: another exit status than 0, a signal, or out of time. After a failure `out` is to be dropped. `in` becomes a
+// file. Raises what placing `in` and writing `out` raises.
 cvr_Outcome cvr_VarBlockedConvert(std::string_view converter, im_Item& in, im_Item& out,
                                   std::span<const cvr_Substitution> substitutions = {});
 

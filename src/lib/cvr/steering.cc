@@ -6,10 +6,17 @@
 #include <limits>
 #include <utility>
 
+// The parser's assertions hold for good TOML only, and each is followed by the error that it reports: without them bad
+// TOML is refused rather than the end of the process. (With NDEBUG it would even let the compiler rely on them.)
+#pragma push_macro("NDEBUG")
+#undef NDEBUG
+#define TOML_ASSERT(condition) static_cast<void>(0)
 #define TOML_ENABLE_FORMATTERS 0
 #include <toml++/toml.h>
+#pragma pop_macro("NDEBUG")
 
 #include "ccs/ccs.h"
+#include "cvc/utf8.h"
 #include "cvr/toml_text.h"
 
 namespace {
@@ -28,14 +35,15 @@ struct Complaint {
 // One table of the file: its values by key, and at the end what nobody asked for.
 class Section {
 public:
-    Section(const toml::table& table, std::string name) : table_(table), name_(std::move(name)) {}
+    Section(const AsciiToml& source, const toml::table& table, std::string name)
+        : source_(source), table_(table), name_(std::move(name)) {}
 
     std::string text(std::string_view key) {
         const toml::node* node = find(key);
         if (node == nullptr) complain(table_, place(key) + " is missing");
         const auto* value = node->as_string();
         if (value == nullptr || value->get().empty()) complain(*node, place(key) + ": a text is wanted");
-        return value->get();
+        return source_.original(value->get());
     }
 
     // A set by its native name.
@@ -46,7 +54,8 @@ public:
         if (node == nullptr) return std::nullopt;
         const auto* value = node->as_integer();
         if (value == nullptr || value->get() < least || value->get() > most)
-            complain(*node, place(key) + ": a number from " + std::to_string(least) + " to " + std::to_string(most) + " is wanted");
+            complain(*node, place(key) + ": a number from " + std::to_string(least) + " to " + std::to_string(most) +
+                                " is wanted");
         return static_cast<std::int32_t>(value->get());
     }
 
@@ -64,7 +73,7 @@ public:
             const auto* text = value.as_string();
             const bool usable = text != nullptr && text->get().find('\0') == std::string::npos;
             if (!usable) complain(value, place(key) + ": a list of texts is wanted");
-            all.push_back(text->get());
+            all.push_back(source_.original(text->get()));
         }
         if (all.front().empty()) complain(*node, place(key) + ": a program is wanted");
         return all;
@@ -83,8 +92,9 @@ private:
         asked_.push_back(key);
         return table_.get(key);
     }
-    std::string place(std::string_view key) const { return "key " + std::string(key) + " of " + name_; }
+    std::string place(std::string_view key) const { return "key " + source_.original(key) + " of " + name_; }
 
+    const AsciiToml& source_;
     const toml::table& table_;
     std::string name_;
     std::vector<std::string_view> asked_;
@@ -92,7 +102,7 @@ private:
 
 class Parser {
 public:
-    explicit Parser(std::vector<SteeringError>& warnings) : warnings_(warnings) {}
+    Parser(const AsciiToml& source, std::vector<SteeringError>& warnings) : source_(source), warnings_(warnings) {}
 
     Steering parse(const toml::table& file) {
         for (const auto& [key, node] : file) top_level(key.str(), node);
@@ -113,7 +123,7 @@ private:
         else if (key == "converter")
             each_converter(node);
         else
-            warnings_.push_back({node.source().begin.line, "key " + std::string(key) + " has no meaning here"});
+            warnings_.push_back({node.source().begin.line, "key " + source_.original(key) + " has no meaning here"});
     }
 
     template <class Read>
@@ -124,7 +134,7 @@ private:
         for (const toml::node& entry : *rows) {
             const toml::table* table = entry.as_table();
             if (table == nullptr) complain(entry, name + " is wanted");
-            Section row(*table, name);
+            Section row(source_, *table, name);
             read(row);
             row.report_unknown(warnings_);
         }
@@ -153,23 +163,26 @@ private:
         const toml::table* converters = node.as_table();
         if (converters == nullptr) complain(node, "[converter.NAME] is wanted");
         for (const auto& [name, entry] : *converters) {
+            const std::string original = source_.original(name.str());
             const toml::table* table = entry.as_table();
-            if (table == nullptr) complain(entry, "[converter." + std::string(name.str()) + "] is wanted");
-            check_converter_name(entry, name.str());
-            converter(std::string(name.str()), *table);
+            if (table == nullptr) complain(entry, "[converter." + original + "] is wanted");
+            check_converter_name(entry, original);
+            converter(original, *table);
         }
     }
 
     void converter(const std::string& name, const toml::table& table) {
         constexpr std::int64_t kLongest = 3600;
-        Section section(table, "[converter." + name + "]");
+        Section section(source_, table, "[converter." + name + "]");
         ConverterCommand command;
         command.command = section.texts("command");
-        if (const auto seconds = section.number("timeout", 1, kLongest)) command.timeout = std::chrono::seconds(*seconds);
+        if (const auto seconds = section.number("timeout", 1, kLongest))
+            command.timeout = std::chrono::seconds(*seconds);
         section.report_unknown(warnings_);
         steering_.converters.emplace(name, std::move(command));
     }
 
+    const AsciiToml& source_;
     std::vector<SteeringError>& warnings_;
     Steering steering_;
     std::vector<std::pair<std::size_t, const toml::node*>> named_;  // rows of converts, and where they stand
@@ -181,16 +194,19 @@ bool SteeringMatch::covers(std::int32_t asked_type, std::string_view asked_set) 
     return (type == 0 || type == asked_type) && (from == kAny || ccs_same_set(from, asked_set));
 }
 
-std::optional<Steering> parse_steering(std::string_view text, SteeringError& error, std::vector<SteeringError>& warnings) {
-    if (auto complaint = check_toml_text(text)) {
-        error = {complaint->line, std::move(complaint->what)};
+std::optional<Steering> parse_steering(std::string_view text, SteeringError& error,
+                                       std::vector<SteeringError>& warnings) {
+    if (const std::size_t valid = check_utf8(text).valid; valid != text.size()) {
+        const std::string_view before = text.substr(0, valid);
+        error = {static_cast<unsigned>(std::count(before.begin(), before.end(), '\n')) + 1, "not UTF-8"};
         return std::nullopt;
     }
+    const AsciiToml source(text);
     try {
-        const toml::table file = toml::parse(text);
-        return Parser(warnings).parse(file);
+        const toml::table file = toml::parse(source.text());
+        return Parser(source, warnings).parse(file);
     } catch (const toml::parse_error& complaint) {
-        error = {complaint.source().begin.line, std::string(complaint.description())};
+        error = {complaint.source().begin.line, source.original(complaint.description())};
     } catch (const Complaint& complaint) {
         error = complaint.error;
     }

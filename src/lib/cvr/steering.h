@@ -69,4 +69,5 @@ struct SteeringError {
 };
 
 // Reads the text of a steering file. `error` is set when nothing is returned; `warnings` gets what was passed over.
-std::optional<Steering> parse_steering(std::string_view text, SteeringError& error, std::vector<SteeringError>& warnings);
+std::optional<Steering> parse_steering(std::string_view text, SteeringError& error,
+                                       std::vector<SteeringError>& warnings);

@@ -1,89 +1,51 @@
-// Checking TOML text: see toml_text.h. Outside strings and comments everything is ASCII, and "[" or "[[" at the start of a
-// line is followed by a key.
+// TOML text as ASCII: see toml_text.h.
 #include "cvr/toml_text.h"
 
-#include <algorithm>
+#include "ccs/ccs.h"
 
 namespace {
 
-bool is_blank(char c) { return c == ' ' || c == '\t'; }
+constexpr std::string_view kHex = "0123456789abcdef";
+constexpr std::string_view kSignature = "\xEF\xBB\xBF";
 
-bool begins_key(char c) {
-    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '_' || c == '-' || c == '"' ||
-           c == '\'';
+// "^0^", "^1^" ...: the first that the text does not hold.
+std::string unused_mark(std::string_view text) {
+    for (unsigned number = 0;; ++number) {
+        std::string mark = '^' + std::to_string(number) + '^';
+        if (text.find(mark) == std::string_view::npos) return mark;
+    }
 }
 
-class Scanner {
-public:
-    explicit Scanner(std::string_view text) : text_(text) {}
-
-    std::optional<TomlComplaint> run() {
-        while (at_ < text_.size()) {
-            const char c = text_[at_];
-            if (static_cast<unsigned char>(c) >= 0x80) return complaint("only strings and comments hold such characters");
-            if (c == '[' && at_line_start_ && !is_header()) return complaint("the name of a table is wanted");
-            if (c == '\n') {
-                step();
-                at_line_start_ = true;
-                continue;
-            }
-            at_line_start_ = at_line_start_ && is_blank(c);
-            skip(c);
-        }
-        return std::nullopt;
-    }
-
-private:
-    TomlComplaint complaint(const char* what) const { return {line_, what}; }
-
-    void step() {
-        if (text_[at_] == '\n') ++line_;
-        ++at_;
-    }
-    void step_to(std::size_t end) {
-        while (at_ < std::min(end, text_.size())) step();
-    }
-
-    bool is_header() const {
-        std::size_t at = at_ + 1;
-        if (at < text_.size() && text_[at] == '[') ++at;
-        while (at < text_.size() && is_blank(text_[at])) ++at;
-        return at < text_.size() && begins_key(text_[at]);
-    }
-
-    void skip(char c) {
-        if (c == '#')
-            step_to(text_.find('\n', at_));
-        else if (c == '"' || c == '\'')
-            skip_string(c);
+std::string in_ascii(std::string_view text, std::string_view mark) {
+    std::string out;
+    for (const char c : text) {
+        const auto byte = static_cast<unsigned char>(c);
+        if (byte < 0x80)
+            out += c;
         else
-            step();
+            out.append(mark).append({kHex[byte >> 4], kHex[byte & 15]});
     }
-
-    // A string of one line, or of several when its mark stands three times. One that does not end runs to the end of
-    // its line, or of the text: the parser refuses it.
-    void skip_string(char mark) {
-        const std::string triple(3, mark);
-        const bool long_one = text_.substr(at_).starts_with(triple);
-        step_to(at_ + (long_one ? 3 : 1));
-        while (at_ < text_.size()) {
-            const bool ends = long_one ? text_.substr(at_).starts_with(triple) : text_[at_] == mark;
-            if (ends) return step_to(at_ + (long_one ? 3 : 1));
-            if (!long_one && text_[at_] == '\n') return;
-            step_to(at_ + (mark == '"' && text_[at_] == '\\' ? 2 : 1));
-        }
-    }
-
-    std::string_view text_;
-    std::size_t at_ = 0;
-    unsigned line_ = 1;
-    bool at_line_start_ = true;
-};
+    return out;
+}
 
 }  // namespace
 
-std::optional<TomlComplaint> check_toml_text(std::string_view text) {
-    constexpr std::string_view kSignature = "\xEF\xBB\xBF";
-    if (text.starts_with(kSignature)) text.remove_prefix(kSignature.size());
-    return Scanner(text).run();
+AsciiToml::AsciiToml(std::string_view utf8) {
+    if (utf8.starts_with(kSignature)) utf8.remove_prefix(kSignature.size());
+    if (!ccs_Is7BitAscii(utf8)) mark_ = unused_mark(utf8);
+    text_ = in_ascii(utf8, mark_);
+}
+
+std::string AsciiToml::original(std::string_view found) const {
+    std::string out;
+    while (!found.empty()) {
+        const std::size_t at = mark_.empty() ? found.npos : found.find(mark_);
+        out += found.substr(0, at);
+        if (at == found.npos) break;
+        const std::size_t high = at + mark_.size();
+        if (high + 2 > found.size()) break;  // cut by the parser, in a complaint
+        out += static_cast<char>(kHex.find(found[high]) << 4 | kHex.find(found[high + 1]));
+        found.remove_prefix(high + 2);
+    }
+    return out;
 }

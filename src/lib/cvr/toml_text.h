@@ -1,15 +1,20 @@
-// A look at TOML text before the parser gets it. toml++ 3.3 takes for granted, without looking, that a table header begins
-// with a key and that beyond ASCII it meets letters only: on other text it ends the process or does what it likes.
+// TOML text in a form that its parser can be trusted with. The character classes of toml++ 3.3 have holes beyond ASCII:
+// what it makes of such characters outside strings and comments is undefined. So it is given ASCII alone.
 #pragma once
 
-#include <optional>
 #include <string>
 #include <string_view>
 
-struct TomlComplaint {
-    unsigned line = 0;
-    std::string what;
-};
+class AsciiToml {
+public:
+    explicit AsciiToml(std::string_view utf8);
 
-// What is wrong with the text, of what the parser must not meet; nothing when it may be parsed.
-std::optional<TomlComplaint> check_toml_text(std::string_view text);
+    // The text with every byte beyond ASCII as a mark, which occurs nowhere else in it, and two hex digits. Lines are
+    // the same; a byte-order mark is gone. Such bytes outside strings and comments are thereby an ordinary error.
+    const std::string& text() const { return text_; }
+    // A string that the parser has found, with its bytes again.
+    std::string original(std::string_view found) const;
+
+private:
+    std::string mark_, text_;
+};

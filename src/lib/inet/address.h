@@ -6,8 +6,8 @@
 
 #include "mim/mapping.h"
 
-// Turns an Internet address (RFC 5322, any form that mim_parse_address reads) into a native name, by the first of these
-// rules that applies:
+// Turns an Internet address (RFC 5322, any form that mim_parse_address reads; a byte 0 ends it) into a native name, by the
+// first of these rules that applies:
 //
 //   1. mapping is on and the mapping directory has an entry whose attribute equals the addr-spec, case ignored: its
 //   name

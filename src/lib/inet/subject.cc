@@ -1,7 +1,7 @@
 // Encoding of subjects: see subject.h.
 //
-// A word has room for 75 characters less "=?", the label, "?B?" and "?=". Text is cut into characters and each word takes
-// as many as fit. Where bytes mean nothing by themselves (sets with shifts) the text is cut as UTF-8 and each
+// A word has room for 75 characters less "=?", the label, "?B?" and "?=". Text is cut into characters and each word
+// takes as many as fit. Where bytes mean nothing by themselves (sets with shifts) the text is cut as UTF-8 and each
 // piece is converted for itself, so that it begins and ends unshifted.
 #include "inet/subject.h"
 
@@ -14,8 +14,8 @@
 
 namespace {
 
-constexpr std::size_t kWordLimit = 75;        // RFC 2047, section 2
-constexpr std::size_t kLabelLimit = 40;      // characters; leaves room for text in every word
+constexpr std::size_t kWordLimit = 75;                      // RFC 2047, section 2
+constexpr std::size_t kLabelLimit = 40;                     // characters; leaves room for text in every word
 constexpr std::string_view kUnknownLabel = "UNKNOWN-8BIT";  // RFC 1428
 
 constexpr bool is_printable(char c) { return (c >= 0x20 && c <= 0x7E) || c == '\t'; }
@@ -84,7 +84,8 @@ public:
 
     bool empty() const { return rest_.empty(); }
 
-    // Takes as many characters as fit into `room` of encoded text, at least one. Text that fits whole is taken as it is.
+    // Takes as many characters as fit into `room` of encoded text, at least one. Text that fits whole is taken as it
+    // is.
     std::string take(std::size_t room, bool base64) {
         if (std::exchange(first_, false) && encoded_size(whole_, base64) <= room) {
             rest_ = {};
@@ -98,8 +99,8 @@ private:
         std::size_t end = 0, used = 0;
         while (end < rest_.size()) {
             const std::string_view next = rest_.substr(end, ccs_character_length(shape_, rest_.substr(end)));
-            const std::size_t more = base64 ? encoded_size(rest_.substr(0, end + next.size()), true)
-                                            : used + encoded_size(next, false);
+            const std::size_t more =
+                base64 ? encoded_size(rest_.substr(0, end + next.size()), true) : used + encoded_size(next, false);
             if (more > room && end != 0) break;
             used = more;
             end += next.size();

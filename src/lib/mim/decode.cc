@@ -8,6 +8,7 @@
 #include <string>
 #include <utility>
 
+#include "dstring/ascii.h"
 #include "mim/base64_block.h"
 #include "mim/uu_line.h"
 
@@ -15,13 +16,7 @@ namespace {
 
 constexpr std::size_t kLongestLine = 1000;  // base64 lines up to this length go through the fast path
 
-constexpr char lower(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; }
 constexpr bool is_blank(char c) { return c == ' ' || c == '\t'; }
-
-bool same_word(std::string_view word, std::string_view lower_case) {
-    return std::equal(word.begin(), word.end(), lower_case.begin(), lower_case.end(),
-                      [](char a, char b) { return lower(a) == b; });
-}
 
 // Where decoded bytes go. In a text part CR LF becomes LF, also when the two come apart.
 class Sink {
@@ -332,7 +327,7 @@ std::string without_comments(std::string_view field) {
 mim_TransferEncoding mim_transfer_encoding(std::string_view field) {
     const std::string word = without_comments(field);
     for (const EncodingRow& row : kEncodings)
-        if (same_word(word, row.name)) return row.encoding;
+        if (dstring_equal_ignoring_case(word, row.name)) return row.encoding;
     return mim_TransferEncoding::identity;
 }
 

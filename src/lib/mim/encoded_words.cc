@@ -91,7 +91,8 @@ std::string decode_b(std::string_view text) {
     return out;
 }
 
-// Finds words from front to back. A "=?" that begins none costs a look at a few characters, not at the rest of the text.
+// Finds words from front to back. A "=?" that begins none costs a look at a few characters, not at the rest of the
+// text.
 class WordFinder {
 public:
     explicit WordFinder(std::string_view text) : text_(text) {}
@@ -113,7 +114,8 @@ private:
         Word word;
         word.charset = trimmed(label.substr(0, mark));
         word.charset = word.charset.substr(0, word.charset.find('*'));
-        if (word.charset.empty() || std::any_of(word.charset.begin(), word.charset.end(), is_blank)) return std::nullopt;
+        if (word.charset.empty() || std::any_of(word.charset.begin(), word.charset.end(), is_blank))
+            return std::nullopt;
         std::size_t at = skip_blanks(begin + 2 + mark + 1);
         if (at >= text_.size()) return std::nullopt;
         const char method = text_[at];
@@ -177,9 +179,10 @@ int convert_checked(std::string_view bytes, std::string_view from, std::string_v
     return cvc_ConvertString(bytes, from, to, out);
 }
 
-// Converts the bytes of a word. Mail that is wrong about itself is forgiven in two ways: a character that was cut off at
-// the end is dropped, and bytes that are not in the set but are UTF-8 are UTF-8.
-bool convert_word(std::string_view bytes, std::string_view from, std::string_view to, std::string& out, bool& lossless) {
+// Converts the bytes of a word. Mail that is wrong about itself is forgiven in two ways: a character that was cut off
+// at the end is dropped, and bytes that are not in the set but are UTF-8 are UTF-8.
+bool convert_word(std::string_view bytes, std::string_view from, std::string_view to, std::string& out,
+                  bool& lossless) {
     constexpr std::size_t kLongestRest = 3;
     int result = convert_checked(bytes, from, to, out);
     if (result == kNotInSet) result = convert_checked(bytes, kUtf8Set, to, out);
@@ -232,7 +235,9 @@ std::string bytes_of(const std::vector<Run>& runs) {
     return out;
 }
 
-std::string declared_name(std::string_view charset) { return std::string(ccs_native_name(charset).substr(0, kCharsetLimit)); }
+std::string declared_name(std::string_view charset) {
+    return std::string(ccs_native_name(charset).substr(0, kCharsetLimit));
+}
 
 mim_DecodedText in_declared_set(const std::vector<Run>& runs) {
     const std::string declared = declared_name(declared_set(runs));

@@ -17,7 +17,8 @@ inline constexpr std::string_view kDecodeIt = "DECODEIT";
 
 struct mim_DecodedText {
     std::string text;
-    std::string charset;    // what `text` is in: a native name, or the label of a set that is not known; at most 39 characters
+    std::string
+        charset;  // what `text` is in: a native name, or the label of a set that is not known; at most 39 characters
     std::string declared;   // the set that the first word declares, named likewise; of text without words, `charset`
     bool converted = true;  // false: it could not be had in the set asked for; `text` is as it was encoded
 };

@@ -31,9 +31,15 @@ const Row kRows[] = {
     {repeated("\x1b[31mred\x1b[0m"), "IA5", "escapes that are no ISO 2022"},
     {repeated("~{VPND~} "), "HZGB2312", "HZ"},
     {repeated("\x1b$B$3$s$K$A$O\x1b(B "), "ISO2022JP", "Japanese in 7 bits"},
-    {repeated("Gr\xc3\xbc\xc3\x9f"s"e "), "UTF8", "UTF-8"},
-    {"\xef\xbb\xbf"s"abc", "UTF8", "a signature"},
-    {"\xff\xfe"s"a\0b\0"s, "UTF-16", "no native name: the detector's own"},
+    {repeated("Gr\xc3\xbc\xc3\x9f"s
+              "e "),
+     "UTF8", "UTF-8"},
+    {"\xef\xbb\xbf"s
+     "abc",
+     "UTF8", "a signature"},
+    {"\xff\xfe"s
+     "a\0b\0"s,
+     "UTF-16", "no native name: the detector's own"},
     {repeated("\xf0\xd2\xc9\xd7\xc5\xd4 \xcd\xc9\xd2 "), "KOI8_R", "Russian"},
     {repeated("\xbe\xc8\xb3\xe7\xc7\xcf\xbc\xbc\xbf\xe4 \xc7\xd1\xb1\xb9\xbe\xee "), "KSC5601", "the detector's UHC"},
     {repeated("\xc4\xe3\xba\xc3 \xd6\xd0\xb9\xfa "), "GB18030", "stays GB18030"},
@@ -57,7 +63,9 @@ TEST(Detection, OfTextsCutAnywhere) {
 TEST(Detection, PlainTextBeforeDoesNotHideWhatFollows) {
     base_Detector detector;
     for (int block = 0; block < 10; ++block) detector.feed(repeated("Plain text. "));
-    detector.feed(repeated("Gr\xc3\xbc\xc3\x9f"s"e "));
+    detector.feed(
+        repeated("Gr\xc3\xbc\xc3\x9f"s
+                 "e "));
     EXPECT_EQ(detector.result(), "UTF8");
 }
 

@@ -80,12 +80,12 @@ TEST(Sets, AreFoundByAnyName) {
 
 TEST(Sets, AreTheOnesOfTheNativeFormat) {
     const std::set<std::string_view> wanted = {
-        "IA5",        "ISO8859_1",  "ISO8859_2",  "ISO8859_3",  "ISO8859_4",  "ISO8859_5",  "ISO8859_6",
-        "ISO8859_7",  "ISO8859_8",  "ISO8859_9",  "ISO8859_10", "ISO8859_11", "ISO8859_13", "ISO8859_14",
-        "ISO8859_15", "ISO8859_16", "UTF8",       "UTF7",       "ISO2022JP",  "SJIS",       "EUCJP",
-        "GB2312",     "GBK",        "GB18030",    "HZGB2312",   "ISO2022CN",  "KSC5601",    "ISO2022KR",
-        "BIG5",       "KOI8_R",     "KOI8_U",     "WIN1250",    "WIN1251",    "WIN1252",    "WIN1253",
-        "WIN1254",    "WIN1255",    "WIN1256",    "WIN1257",    "WIN1258",    "T61"};
+        "IA5",        "ISO8859_1",  "ISO8859_2", "ISO8859_3",  "ISO8859_4",  "ISO8859_5",  "ISO8859_6",
+        "ISO8859_7",  "ISO8859_8",  "ISO8859_9", "ISO8859_10", "ISO8859_11", "ISO8859_13", "ISO8859_14",
+        "ISO8859_15", "ISO8859_16", "UTF8",      "UTF7",       "ISO2022JP",  "SJIS",       "EUCJP",
+        "GB2312",     "GBK",        "GB18030",   "HZGB2312",   "ISO2022CN",  "KSC5601",    "ISO2022KR",
+        "BIG5",       "KOI8_R",     "KOI8_U",    "WIN1250",    "WIN1251",    "WIN1252",    "WIN1253",
+        "WIN1254",    "WIN1255",    "WIN1256",   "WIN1257",    "WIN1258",    "T61"};
     std::set<std::string_view> there;
     for (const ccs_Descriptor& set : ccs_sets()) there.insert(set.name);
     EXPECT_EQ(there, wanted);
@@ -96,15 +96,16 @@ TEST(Sets, AreFoundByEveryNameOfTheirRow) {
         EXPECT_EQ(ccs_GetCSDescriptor2(set.name), &set) << set.name;
         EXPECT_EQ(ccs_GetCSDescriptor2(set.mime), &set) << set.mime;
         EXPECT_LE(set.name.size(), kSetNameLimit);
-        for (const int selector : {0, 1, 2}) EXPECT_EQ(ccs_GetInternalCharset(set.name, selector), set.name) << selector;
+        for (const int selector : {0, 1, 2})
+            EXPECT_EQ(ccs_GetInternalCharset(set.name, selector), set.name) << selector;
     }
 }
 
 TEST(Sets, HaveTheMimeNamesOfTheRegistry) {
     const std::map<std::string_view, std::string_view> rows = {
-        {"IA5", "US-ASCII"},       {"ISO8859_15", "ISO-8859-15"}, {"UTF8", "UTF-8"},       {"SJIS", "Shift_JIS"},
-        {"EUCJP", "EUC-JP"},       {"KSC5601", "EUC-KR"},         {"GB2312", "GB2312"},    {"HZGB2312", "HZ-GB-2312"},
-        {"WIN1252", "windows-1252"}, {"KOI8_R", "KOI8-R"},        {"BIG5", "Big5"},        {"ISO2022KR", "ISO-2022-KR"}};
+        {"IA5", "US-ASCII"},         {"ISO8859_15", "ISO-8859-15"}, {"UTF8", "UTF-8"},    {"SJIS", "Shift_JIS"},
+        {"EUCJP", "EUC-JP"},         {"KSC5601", "EUC-KR"},         {"GB2312", "GB2312"}, {"HZGB2312", "HZ-GB-2312"},
+        {"WIN1252", "windows-1252"}, {"KOI8_R", "KOI8-R"},          {"BIG5", "Big5"},     {"ISO2022KR", "ISO-2022-KR"}};
     for (const auto& [native, mime] : rows) EXPECT_EQ(ccs_GetCSDescriptor2(native)->mime, mime);
 }
 

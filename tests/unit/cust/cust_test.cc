@@ -165,6 +165,8 @@ TEST_F(Cust, ABadFileIsRefusedWithItsLine) {
     EXPECT_TRUE(complaint("K = 'caf\xE9'\n").starts_with(at(1) + ": ")) << "not UTF-8";
     EXPECT_TRUE(complaint(std::string("K = 1\n\0\n", 8)).starts_with(at(2) + ": ")) << "a NUL";
     EXPECT_TRUE(complaint("K = " + std::string(1000, '[')).starts_with(at(1) + ": ")) << "deep nesting";
+    EXPECT_TRUE(complaint("K = 1\n[ = 2\n").starts_with(at(2) + ": ")) << "a header that would end the parser";
+    EXPECT_TRUE(complaint("K = 8\"\xCE\x9E\"\n").starts_with(at(1) + ": ")) << "a letter where it knows none";
 }
 
 TEST_F(Cust, AWrongKindIsRefusedWithLineAndKey) {

@@ -28,8 +28,18 @@ struct ConvertRow {
 const ConvertRow kRows[] = {
     {"", "IA5", "UTF8", 0, "", "nothing"},
     {"plain", "IA5", "ISO2022JP", 0, "plain", "ASCII under another name"},
-    {"Gr\xfc\xdf"s"e", "ISO8859_1", "UTF8", 0, "Gr\xc3\xbc\xc3\x9f"s"e", "own code both sides"},
-    {"Gr\xc3\xbc\xc3\x9f"s"e", "UTF8", "ISO8859_1", 0, "Gr\xfc\xdf"s"e", "and back"},
+    {"Gr\xfc\xdf"s
+     "e",
+     "ISO8859_1", "UTF8", 0,
+     "Gr\xc3\xbc\xc3\x9f"s
+     "e",
+     "own code both sides"},
+    {"Gr\xc3\xbc\xc3\x9f"s
+     "e",
+     "UTF8", "ISO8859_1", 0,
+     "Gr\xfc\xdf"s
+     "e",
+     "and back"},
     {"\x80\x9f\xa0\xff", "ISO8859_1", "UTF8", 0, "\xc2\x80\xc2\x9f\xc2\xa0\xc3\xbf", "all of the upper half"},
     {"1 \xe2\x82\xac", "UTF8", "ISO8859_1", 1, "1 ?", "no euro in Latin-1"},
     {"1 \xe2\x82\xac", "UTF8", "ISO8859_15", 0, "1 \xa4", "but in Latin-9"},
@@ -42,7 +52,9 @@ const ConvertRow kRows[] = {
     {"\xed\xa0\x80", "UTF8", "ISO2022JP", 4, "", "a surrogate"},
     {"\xc0\xaf", "UTF8", "ISO8859_1", 4, "", "an overlong slash"},
     {"\xf4\x90\x80\x80", "UTF8", "GB18030", 4, "", "above Unicode"},
-    {"\xef\xbb\xbf"s"abc\xc3\xa4", "UTF8", "ISO8859_1", 0, "abc\xe4", "a signature is no text"},
+    {"\xef\xbb\xbf"s
+     "abc\xc3\xa4",
+     "UTF8", "ISO8859_1", 0, "abc\xe4", "a signature is no text"},
     {"\x81", "WIN1252", "UTF8", 4, "", "a hole in the code page"},
     {"x", "IA5", "x-unknown", 5, "", "no such set"},
     {"x", "x-unknown", "IA5", 5, "", "no such set"},
@@ -76,14 +88,17 @@ const ConvertRow kRows[] = {
     {"+AOQ-", "UTF7", "ISO8859_1", 0, "\xe4", "UTF-7"},
     {"a+b", "IA5", "UTF7", 0, "a+-b", "a plus is escaped"},
     {"\xc3\xa4", "UTF8", "UTF7", 0, "+AOQ-", "ends in ASCII"},
-    {"a\xc8"s"a", "T61", "ISO8859_1", 0, "a\xe4", "an accent before its letter"},
+    {"a\xc8"s
+     "a",
+     "T61", "ISO8859_1", 0, "a\xe4", "an accent before its letter"},
     {"a\0b\0"s, "UTF-16LE", "IA5", 0, "ab", "a set that only iconv knows"},
 };
 
 TEST(Strings, AreConverted) {
     for (const ConvertRow& row : kRows) {
         std::string out = "left over";
-        EXPECT_EQ(cvc_ConvertString(row.text, row.from, row.to, out), row.result) << row.from << ' ' << row.to << ": " << row.why;
+        EXPECT_EQ(cvc_ConvertString(row.text, row.from, row.to, out), row.result)
+            << row.from << ' ' << row.to << ": " << row.why;
         EXPECT_EQ(out, row.expected) << row.from << ' ' << row.to << ": " << row.why;
     }
 }
@@ -166,7 +181,8 @@ TEST(Strings, LongTextIsConvertedInBlocks) {
 }
 
 TEST(Names, AreRecognised) {
-    for (const char* name : {"IA5", "UTF8", "HZGB2312", "iso-8859-1", "UTF-16", "VISCII", "EUC-TW", "MAC-CYRILLIC", "IBM866"})
+    for (const char* name :
+         {"IA5", "UTF8", "HZGB2312", "iso-8859-1", "UTF-16", "VISCII", "EUC-TW", "MAC-CYRILLIC", "IBM866"})
         EXPECT_TRUE(cvc_iconv_recognised_charset(name)) << name;
     for (const char* name : {"", "x-unknown", "ISO8859_12", "/etc/passwd", "a b", "UTF-8/", "DECODEIT"})
         EXPECT_EQ(cvc_iconv_recognised_charset(name), std::string_view(name) == "UTF-8/") << name;
@@ -198,7 +214,8 @@ TEST(Names, MoreConvertersAtATimeThanThePoolHolds) {
 }
 
 TEST(Results, ThoseThatCanBeUsed) {
-    for (const int result : {-1, 0, 1, 2, 3, 4, 5}) EXPECT_EQ(cvc_is_usable(result), result == 0 || result == 1 || result == 3);
+    for (const int result : {-1, 0, 1, 2, 3, 4, 5})
+        EXPECT_EQ(cvc_is_usable(result), result == 0 || result == 1 || result == 3);
 }
 
 class Items : public ::testing::Test {
@@ -255,9 +272,18 @@ TEST(Utf8, PrefixesOfTextThatIsCutAndTextThatIsWrong) {
         bool cut;
     };
     const Row rows[] = {
-        {"", 0, false},         {"abc", 3, false},           {"a\xc3", 1, true},          {"\xe2\x82", 0, true},
-        {"\xf0\x9f\x98", 0, true}, {"\xc3\xa4\x80", 2, false}, {"\xe2(", 0, false},         {"\xe0\x80", 0, false},
-        {"\xed\xa0", 0, false},  {"\xf4\x8f\xbf\xbf", 4, false}, {"\xf4\x90", 0, false},    {"\xff", 0, false},
+        {"", 0, false},
+        {"abc", 3, false},
+        {"a\xc3", 1, true},
+        {"\xe2\x82", 0, true},
+        {"\xf0\x9f\x98", 0, true},
+        {"\xc3\xa4\x80", 2, false},
+        {"\xe2(", 0, false},
+        {"\xe0\x80", 0, false},
+        {"\xed\xa0", 0, false},
+        {"\xf4\x8f\xbf\xbf", 4, false},
+        {"\xf4\x90", 0, false},
+        {"\xff", 0, false},
     };
     for (const Row& row : rows) {
         const Utf8Prefix prefix = check_utf8(row.text);

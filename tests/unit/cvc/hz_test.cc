@@ -46,7 +46,8 @@ std::optional<std::string> decode(std::string_view hz, std::size_t cut) {
 
 TEST(HzDecoder, TextCutAnywhere) {
     for (const DecodeRow& row : kDecodeRows)
-        for (std::size_t cut = 0; cut <= row.hz.size(); ++cut) EXPECT_EQ(decode(row.hz, cut), row.euc) << row.why << ", cut at " << cut;
+        for (std::size_t cut = 0; cut <= row.hz.size(); ++cut)
+            EXPECT_EQ(decode(row.hz, cut), row.euc) << row.why << ", cut at " << cut;
 }
 
 struct EncodeRow {

@@ -96,7 +96,8 @@ TEST_F(Child, IsNotSoughtInOurOwnPath) {
 
 TEST_F(Child, GetsItsEnvironmentAndNoOther) {
     ::setenv("MORVANE_SECRET", "1", 1);
-    environment_ = {{"SUBJECT", "two words = \"x\"\nline"}, {"NUL", std::string("a\0b", 3)}, {"LONG", std::string(100'000, 'x')}};
+    environment_ = {
+        {"SUBJECT", "two words = \"x\"\nline"}, {"NUL", std::string("a\0b", 3)}, {"LONG", std::string(100'000, 'x')}};
     EXPECT_EQ(shell("printf '%s|%s|%s|%s' \"$SUBJECT\" \"$NUL\" \"$MORVANE_SECRET\" ${#LONG}").end, End::exited);
     EXPECT_EQ(output_, "two words = \"x\"\nline|ab||32768");
     EXPECT_EQ(run({"env"}).end, End::exited);
@@ -156,7 +157,8 @@ TEST_F(Child, LeavesNobodyBehind) {
         if (state.find(") Z ") != std::string::npos) break;
         ::usleep(20000);
     }
-    const bool gone = ::kill(left, 0) != 0 || TestHome::read_path("/proc/" + std::to_string(left) + "/stat").find(") Z ") != std::string::npos;
+    const bool gone = ::kill(left, 0) != 0 ||
+                      TestHome::read_path("/proc/" + std::to_string(left) + "/stat").find(") Z ") != std::string::npos;
     EXPECT_TRUE(gone);
     EXPECT_EQ(::waitpid(-1, nullptr, WNOHANG), -1) << "no child is left to wait for";
 }

@@ -23,7 +23,8 @@ protected:
 
     void load(std::string_view text, int slot = 0) {
         home_.write("sys/test.str", text);
-        const cvr_Outcome loaded = slot == 0 ? cvr_InitConvert("~/sys/test.str") : cvr_InitAltSteering("~/sys/test.str", slot);
+        const cvr_Outcome loaded =
+            slot == 0 ? cvr_InitConvert("~/sys/test.str") : cvr_InitAltSteering("~/sys/test.str", slot);
         ASSERT_EQ(loaded.result, 0) << loaded.text;
     }
     static std::string target(std::string_view set, std::int32_t type = 1167) {

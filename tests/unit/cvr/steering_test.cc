@@ -106,7 +106,8 @@ constexpr BadRow kBadRows[] = {
     {"[converter.cat]\ncommand = [\"cat\"]\ntimeout = 3601\n", 3, "a number from 1 to 3600"},
     {"[[target]]\nfrom = *\n", 2, ""},
     {"[[target\n", 1, ""},
-    {"\xff", 1, ""},
+    {"\n\xff", 2, "not UTF-8"},
+    {"# \xc3\xa4\n\xc3\xa4 = 1\n", 2, ""},
 };
 
 TEST(Steering, IsRefusedWithLineAndKey) {
@@ -117,6 +118,29 @@ TEST(Steering, IsRefusedWithLineAndKey) {
         EXPECT_NE(outcome.error.what.find(row.says), std::string::npos) << row.text << outcome.error.what;
         EXPECT_FALSE(outcome.error.what.empty()) << row.text;
     }
+}
+
+TEST(Steering, MayHoldAnyCharacterInStringsAndComments) {
+    const Outcome outcome = parse(
+        "\xef\xbb\xbf"
+        R"(# ü
+[[target]]
+from = "X-ä^0^"
+to = 'X-€'
+[converter."ä"]
+command = ['''sh
+[ $x ]
+[=''', """a\"
+[=""", 'ä']
+"ü" = 1
+)");
+    ASSERT_TRUE(outcome.steering) << outcome.error.line << outcome.error.what;
+    EXPECT_EQ(outcome.steering->targets[0].match.from, "X-ä^0^");
+    EXPECT_EQ(outcome.steering->targets[0].to, "X-€");
+    const std::vector<std::string> command = {"sh\n[ $x ]\n[=", "a\"\n[=", "ä"};
+    EXPECT_EQ(outcome.steering->converters.at("ä").command, command);
+    ASSERT_EQ(outcome.warnings.size(), 1u);
+    EXPECT_EQ(outcome.warnings[0].what, "key ü of [converter.ä] has no meaning here");
 }
 
 TEST(Steering, WhatHasNoMeaningIsReported) {
@@ -137,10 +161,14 @@ TEST(Steering, RowsCover) {
         bool covers;
     };
     const Row rows[] = {
-        {{"*", 0}, 1167, "UTF8", true},         {{"*", 0}, 0, "", true},
-        {{"*", 1167}, 1167, "x-own", true},     {{"*", 1167}, 1736, "UTF8", false},
-        {{"UTF8", 0}, 1, "utf-8", true},        {{"UTF8", 0}, 1, "UTF7", false},
-        {{"X-Own", 0}, 1, "x-own", true},       {{"ISO8859_1", 2133}, 2133, "latin1", true},
+        {{"*", 0}, 1167, "UTF8", true},
+        {{"*", 0}, 0, "", true},
+        {{"*", 1167}, 1167, "x-own", true},
+        {{"*", 1167}, 1736, "UTF8", false},
+        {{"UTF8", 0}, 1, "utf-8", true},
+        {{"UTF8", 0}, 1, "UTF7", false},
+        {{"X-Own", 0}, 1, "x-own", true},
+        {{"ISO8859_1", 2133}, 2133, "latin1", true},
         {{"ISO8859_1", 2133}, 1167, "latin1", false},
     };
     for (const Row& row : rows) EXPECT_EQ(row.match.covers(row.type, row.set), row.covers) << row.match.from << row.set;

@@ -33,11 +33,21 @@ const Row kRows[] = {
     {"bell\a", "IA5", 'q', "=?US-ASCII?Q?bell=07?=", "a control character"},
     {"del\x7f", "IA5", 'b', "=?US-ASCII?B?ZGVsfw==?=", "so is DEL"},
     {"a\0b"s, "IA5", 'q', "=?US-ASCII?Q?a=00b?=", "so is NUL"},
-    {"Gr\xfc\xdf"s"e", "ISO8859_1", 'q', "=?ISO-8859-1?Q?Gr=FC=DFe?=", "quoted"},
-    {"Gr\xfc\xdf"s"e", "ISO8859_1", 'b', "=?ISO-8859-1?B?R3L832U=?=", "base64"},
-    {"Gr\xfc\xdf"s"e", "latin1", 'q', "=?ISO-8859-1?Q?Gr=FC=DFe?=", "the label is the MIME name"},
-    {"Gr\xfc\xdf"s"e", "ISO8859_1", '?', "=?ISO-8859-1?B?R3L832U=?=", "base64 is shorter by one"},
-    {"Gr\xfc\xdf"s"e a", "ISO8859_1", '?', "=?ISO-8859-1?Q?Gr=FC=DFe_a?=", "quoted is shorter"},
+    {"Gr\xfc\xdf"s
+     "e",
+     "ISO8859_1", 'q', "=?ISO-8859-1?Q?Gr=FC=DFe?=", "quoted"},
+    {"Gr\xfc\xdf"s
+     "e",
+     "ISO8859_1", 'b', "=?ISO-8859-1?B?R3L832U=?=", "base64"},
+    {"Gr\xfc\xdf"s
+     "e",
+     "latin1", 'q', "=?ISO-8859-1?Q?Gr=FC=DFe?=", "the label is the MIME name"},
+    {"Gr\xfc\xdf"s
+     "e",
+     "ISO8859_1", '?', "=?ISO-8859-1?B?R3L832U=?=", "base64 is shorter by one"},
+    {"Gr\xfc\xdf"s
+     "e a",
+     "ISO8859_1", '?', "=?ISO-8859-1?Q?Gr=FC=DFe_a?=", "quoted is shorter"},
     {"\xfc", "ISO8859_1", '?', "=?ISO-8859-1?Q?=FC?=", "quoted is shorter"},
     {"\xfc\xfc", "ISO8859_1", '?', "=?ISO-8859-1?B?/Pw=?=", "base64 is shorter"},
     {"a\xfc", "ISO8859_1", '?', "=?ISO-8859-1?Q?a=FC?=", "equal: the one that can be read"},
@@ -54,7 +64,8 @@ const Row kRows[] = {
 };
 
 TEST(Subject, IsEncoded) {
-    for (const Row& row : kRows) EXPECT_EQ(inet_Subject_toRfc2047_dstring(row.text, row.charset, row.method), row.expected) << row.why;
+    for (const Row& row : kRows)
+        EXPECT_EQ(inet_Subject_toRfc2047_dstring(row.text, row.charset, row.method), row.expected) << row.why;
 }
 
 std::vector<std::string> words_of(const std::string& subject) {
@@ -72,7 +83,8 @@ std::vector<std::string> words_of(const std::string& subject) {
 std::string text_in(const ccs_Descriptor& set, int length) {
     std::string utf8;
     for (int number = 0; number < length; ++number) {
-        constexpr const char* kCharacters[] = {"a", " ", "\xc3\xa4", "\xd1\x8f", "\xce\xb1", "\xe3\x81\x82", "\xe4\xb8\xad", "\xea\xb0\x80", "~", "="};
+        constexpr const char* kCharacters[] = {
+            "a", " ", "\xc3\xa4", "\xd1\x8f", "\xce\xb1", "\xe3\x81\x82", "\xe4\xb8\xad", "\xea\xb0\x80", "~", "="};
         utf8 += kCharacters[number * 7 % 10];
     }
     std::string text;
@@ -122,7 +134,8 @@ TEST(Subject, AWordOfFullLengthHas75Characters) {
 }
 
 TEST(Subject, AnEndlessLabelIsCut) {
-    for (const std::string& word : words_of(inet_Subject_toRfc2047_dstring(std::string(100, '\xe4'), std::string(200, 'x'), 'q')))
+    for (const std::string& word :
+         words_of(inet_Subject_toRfc2047_dstring(std::string(100, '\xe4'), std::string(200, 'x'), 'q')))
         EXPECT_LE(word.size(), 75u) << word;
 }
 

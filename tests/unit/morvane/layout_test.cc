@@ -26,24 +26,32 @@ TEST(Layout, NumbersStandWhereTheFormatHasThem) {
         std::size_t width;
     };
     const Row kRows[] = {
-        {90, "formatVersion", 16, 4},   {91, "item", 16, 20},          {92, "item", 16, 20},
-        {92, "priority", 36, 4},        {92, "queued", 40, 8},         {1100, "reserved16", 16, 2},
-        {1100, "reserved18", 18, 2},    {1100, "class", 20, 2},        {1100, "messageType", 22, 2},
-        {1100, "flags", 24, 4},         {1100, "reserved28", 28, 4},   {1100, "hops", 32, 4},
-        {1100, "reserved42", 42, 4},    {10000, "reserved20", 20, 4},  {10000, "reserved24", 24, 2},
-        {10005, "reserved20", 20, 4},   {13000, "seconds", 16, 4},     {13000, "zone", 20, 2},
-        {13600, "seconds", 16, 4},      {13700, "zone", 20, 2},        {14100, "seconds", 16, 4},
-        {16000, "zone", 20, 2},         {30600, "seconds", 16, 4},     {30605, "seconds", 16, 4},
-        {20010, "flags", 16, 4},        {20010, "total", 20, 2},       {20010, "from", 22, 2},
-        {20010, "to", 24, 2},           {20010, "cc", 26, 2},          {20010, "bcc", 28, 2},
-        {20010, "reserved30", 30, 2},   {20010, "reserved32", 32, 4},  {20010, "sender", 36, 2},
-        {20010, "replyTo", 38, 2},      {22000, "reserved16", 16, 4},  {22100, "reserved20", 20, 2},
-        {22440, "reserved22", 22, 2},   {30100, "pkgType", 16, 4},     {30100, "pkgSecurity", 20, 4},
-        {30500, "origContentType", 16, 4}, {30500, "contentType", 20, 4}, {30500, "contentFlags", 24, 4},
-        {30500, "fileSize", 28, 4},     {30700, "number", 16, 4},      {30700, "length", 20, 4},
-        {30710, "flags1", 16, 4},       {30710, "flags2", 20, 4},      {30710, "relations", 24, 2},
-        {40000, "flags", 16, 2},        {40000, "recipientId", 20, 2}, {42100, "flags", 16, 2},
-        {42200, "reason", 22, 2},
+        {90, "formatVersion", 16, 4},  {91, "item", 16, 20},
+        {92, "item", 16, 20},          {92, "priority", 36, 4},
+        {92, "queued", 40, 8},         {1100, "reserved16", 16, 2},
+        {1100, "reserved18", 18, 2},   {1100, "class", 20, 2},
+        {1100, "messageType", 22, 2},  {1100, "flags", 24, 4},
+        {1100, "reserved28", 28, 4},   {1100, "hops", 32, 4},
+        {1100, "reserved42", 42, 4},   {10000, "reserved20", 20, 4},
+        {10000, "reserved24", 24, 2},  {10005, "reserved20", 20, 4},
+        {13000, "seconds", 16, 4},     {13000, "zone", 20, 2},
+        {13600, "seconds", 16, 4},     {13700, "zone", 20, 2},
+        {14100, "seconds", 16, 4},     {16000, "zone", 20, 2},
+        {30600, "seconds", 16, 4},     {30605, "seconds", 16, 4},
+        {20010, "flags", 16, 4},       {20010, "total", 20, 2},
+        {20010, "from", 22, 2},        {20010, "to", 24, 2},
+        {20010, "cc", 26, 2},          {20010, "bcc", 28, 2},
+        {20010, "reserved30", 30, 2},  {20010, "reserved32", 32, 4},
+        {20010, "sender", 36, 2},      {20010, "replyTo", 38, 2},
+        {22000, "reserved16", 16, 4},  {22100, "reserved20", 20, 2},
+        {22440, "reserved22", 22, 2},  {30100, "pkgType", 16, 4},
+        {30100, "pkgSecurity", 20, 4}, {30500, "origContentType", 16, 4},
+        {30500, "contentType", 20, 4}, {30500, "contentFlags", 24, 4},
+        {30500, "fileSize", 28, 4},    {30700, "number", 16, 4},
+        {30700, "length", 20, 4},      {30710, "flags1", 16, 4},
+        {30710, "flags2", 20, 4},      {30710, "relations", 24, 2},
+        {40000, "flags", 16, 2},       {40000, "recipientId", 20, 2},
+        {42100, "flags", 16, 2},       {42200, "reason", 22, 2},
     };
     for (const Row& row : kRows) {
         tf_Record record(row.type);
@@ -56,7 +64,8 @@ TEST(Layout, NumbersStandWhereTheFormatHasThem) {
         EXPECT_EQ(field->at, row.at) << row.type << ' ' << row.key;
         EXPECT_EQ(field->width, row.width) << row.type << ' ' << row.key;
         std::int64_t expected = 0;
-        for (std::size_t i = 0; i < row.width && row.width <= 8; ++i) expected = expected << 8 | static_cast<int>(row.at + i);
+        for (std::size_t i = 0; i < row.width && row.width <= 8; ++i)
+            expected = expected << 8 | static_cast<int>(row.at + i);
         EXPECT_EQ(field->number, expected) << row.type << ' ' << row.key;
     }
 }
@@ -68,12 +77,12 @@ TEST(Layout, StringsStandWhereTheFormatHasThem) {
         std::size_t at;
     };
     const Row kRows[] = {
-        {90, "filterRoute", 20}, {1100, "mimeType", 54},   {10000, "name", 36},      {10005, "name", 36},
-        {11100, "subject", 16},  {11200, "itemClass", 16}, {13100, "identifier", 18}, {13200, "identifier", 18},
-        {13800, "identifier", 18}, {13900, "identifier", 18}, {15000, "name", 24},   {16100, "name", 24},
-        {22000, "name", 24},     {22300, "name", 24},      {22430, "name", 24},      {30100, "latinSubject", 24},
+        {90, "filterRoute", 20},     {1100, "mimeType", 54},    {10000, "name", 36},       {10005, "name", 36},
+        {11100, "subject", 16},      {11200, "itemClass", 16},  {13100, "identifier", 18}, {13200, "identifier", 18},
+        {13800, "identifier", 18},   {13900, "identifier", 18}, {15000, "name", 24},       {16100, "name", 24},
+        {22000, "name", 24},         {22300, "name", 24},       {22430, "name", 24},       {30100, "latinSubject", 24},
         {30500, "latinSubject", 32}, {30700, "objectName", 24}, {30710, "properties", 26}, {40000, "reserved1", 22},
-        {42100, "name", 24},     {42200, "name", 24},
+        {42100, "name", 24},         {42200, "name", 24},
     };
     for (const Row& row : kRows) {
         tf_Record record(row.type);

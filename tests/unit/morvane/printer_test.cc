@@ -24,14 +24,19 @@ TEST(Harmless, TurnsWhatATerminalActsOnIntoText) {
         {"Gr\xC3\xBC\xC3\x9F", "Gr\xC3\xBC\xC3\x9F", "UTF-8 stays"},
         {"\xFF\xC3", "\\xFF\\xC3", "bytes that are no UTF-8"},
         {"\xC3(", "\\xC3(", "a sequence that breaks off"},
-        {"\xE2\x80\xAE" "evil", "\\u{202E}evil", "right-to-left override"},
+        {"\xE2\x80\xAE"
+         "evil",
+         "\\u{202E}evil", "right-to-left override"},
         {"\xE2\x81\xA6", "\\u{2066}", "isolate"},
         {"\xE2\x80\xA8", "\\u{2028}", "line separator"},
         {"\xF0\x9F\x98\x80", "\xF0\x9F\x98\x80", "four bytes"},
         {"", "", "nothing"},
     };
     for (const Row& row : kRows) EXPECT_EQ(harmless(row.text, kUtf8), row.expected) << row.why;
-    const std::string c1 = harmless("\xC2\x9B" "31m", kUtf8);
+    const std::string c1 = harmless(
+        "\xC2\x9B"
+        "31m",
+        kUtf8);
     EXPECT_EQ(c1.find("\xC2\x9B"), std::string::npos) << "U+009B begins an escape sequence: " << c1;
 }
 
@@ -45,7 +50,8 @@ TEST(Harmless, EveryByteAndEveryPairOfBytes) {
         for (int b = 0; b < 256; ++b) {
             const std::string text{static_cast<char>(a), static_cast<char>(b)};
             for (const char c : harmless(text, kPlain)) ASSERT_TRUE(c >= ' ' && c <= '~') << a << ' ' << b;
-            for (const char c : harmless(text, kUtf8)) ASSERT_TRUE(static_cast<unsigned char>(c) >= ' ' && c != 0x7F) << a << ' ' << b;
+            for (const char c : harmless(text, kUtf8))
+                ASSERT_TRUE(static_cast<unsigned char>(c) >= ' ' && c != 0x7F) << a << ' ' << b;
         }
     }
 }
@@ -56,7 +62,9 @@ TEST(Shorten, CutsBetweenCharacters) {
     EXPECT_EQ(shorten("\xC3\xA4\xC3\xB6\xC3\xBC", 3, kUtf8), "\xC3\xA4\xC3\xB6\xC3\xBC");
     EXPECT_EQ(shorten("\xC3\xA4\xC3\xB6\xC3\xBC\xC3\x9F", 3, kUtf8), "\xC3\xA4\xC3\xB6\xE2\x80\xA6");
     EXPECT_EQ(shorten("abcd", 3, kPlain), "ab...");
-    EXPECT_EQ(width_of("\xC3\xA4" "b\xF0\x9F\x98\x80"), 3U);
+    EXPECT_EQ(width_of("\xC3\xA4"
+                       "b\xF0\x9F\x98\x80"),
+              3U);
 }
 
 TEST(Sizes, AreReadable) {
@@ -65,15 +73,9 @@ TEST(Sizes, AreReadable) {
         std::string_view expected;
     };
     const Row kRows[] = {
-        {0, "0 bytes"},
-        {1, "1 byte"},
-        {1023, "1,023 bytes"},
-        {1024, "1.0 KiB"},
-        {1536, "1.5 KiB"},
-        {1048524, "1023.9 KiB"},
-        {1048525, "1.0 MiB"},
-        {1048576, "1.0 MiB"},
-        {std::uint64_t{5} << 30, "5.0 GiB"},
+        {0, "0 bytes"},           {1, "1 byte"},        {1023, "1,023 bytes"},
+        {1024, "1.0 KiB"},        {1536, "1.5 KiB"},    {1048524, "1023.9 KiB"},
+        {1048525, "1.0 MiB"},     {1048576, "1.0 MiB"}, {std::uint64_t{5} << 30, "5.0 GiB"},
         {UINT64_MAX, "16.0 EiB"},
     };
     for (const Row& row : kRows) EXPECT_EQ(human_size(row.bytes), row.expected);

@@ -30,7 +30,8 @@ std::string wrapped(const std::string& inner) {
 }
 
 std::string with_size(std::string bytes, std::uint32_t size, std::size_t at = 0) {
-    for (int i = 0; i < 4; ++i) bytes[at + static_cast<std::size_t>(i)] = static_cast<char>(size >> (24 - 8 * i) & 0xFF);
+    for (int i = 0; i < 4; ++i)
+        bytes[at + static_cast<std::size_t>(i)] = static_cast<char>(size >> (24 - 8 * i) & 0xFF);
     return bytes;
 }
 
@@ -69,7 +70,8 @@ TEST(RecordWalkerTest, TellsWhatIsNoRecord) {
         {with_size(wrapped(a), 19, 16), "F: offset 16: a wrapped record of 19 bytes in 20", "the inner one is shorter"},
         {with_size(wrapped(a), 21, 16), "F: offset 16: a wrapped record of 21 bytes in 20", "the inner one is longer"},
         {record(34500), "34500@0+16 ", "a wrapper with nothing in it"},
-        {"From a@b.c Fri Nov 20 10:00:00 2026\n", "F: offset 0: a record of 1181904749 bytes where 36 are left", "mail"},
+        {"From a@b.c Fri Nov 20 10:00:00 2026\n", "F: offset 0: a record of 1181904749 bytes where 36 are left",
+         "mail"},
     };
     for (const Row& row : kRows) EXPECT_EQ(walk(row.bytes), row.expected) << row.why;
 }
@@ -122,7 +124,8 @@ TEST(Outline, KnowsWhatFollows) {
         {h + q, "1100. 39000 [offset 16: the end of a package or group that was not begun]", "an end too many"},
         {p + c, "30100+. -30500. [offset 0: a package or group that does not end]", "an end missing"},
         {p + c + z, "30100+. -30500. 39100 [offset 32: the end of a group ends a package]", "the wrong end"},
-        {h + "xx", "1100. {F: offset 16: 2 bytes are left, a record has at least 16}", "what stands before damage counts"},
+        {h + "xx", "1100. {F: offset 16: 2 bytes are left, a record has at least 16}",
+         "what stands before damage counts"},
         {"", "", "nothing"},
     };
     for (const Row& row : kRows) EXPECT_EQ(shape(row.bytes), row.expected) << row.why;
@@ -149,7 +152,8 @@ TEST(ByteFileTest, ReadsFilesThroughAWindow) {
     std::ofstream(path) << content;
     ByteFile file = ByteFile::open(path);
     EXPECT_EQ(file.size(), content.size());
-    for (const std::size_t at : {std::size_t{0}, std::size_t{65530}, std::size_t{10}, std::size_t{200'000}, content.size() - 3})
+    for (const std::size_t at :
+         {std::size_t{0}, std::size_t{65530}, std::size_t{10}, std::size_t{200'000}, content.size() - 3})
         EXPECT_EQ(file.bytes(at, 100), std::string_view(content).substr(at, 100)) << at;
     EXPECT_EQ(file.bytes(content.size(), 1), "");
     EXPECT_EQ(file.bytes(0, 1 << 20), content) << "more than the window";

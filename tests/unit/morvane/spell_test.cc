@@ -43,7 +43,8 @@ TEST(Spell, HeaderFlags) {
         {0x0200, "flags 0x200"},
         {0x10000, "flags 0x10000"},
     };
-    for (const Row& row : kRows) EXPECT_EQ(joined(spell_header_flags(row.value)), row.expected) << row.value << ' ' << row.why;
+    for (const Row& row : kRows)
+        EXPECT_EQ(joined(spell_header_flags(row.value)), row.expected) << row.value << ' ' << row.why;
 }
 
 TEST(Spell, RecipientFlags) {
@@ -60,10 +61,12 @@ TEST(Spell, RecipientFlags) {
         {(1 << 5) | 16, "To; no non-delivery report"},
         {(1 << 5) | 0x1000, "To; reply requested"},
         {(1 << 5) | 0x8000, "To; disposition notification wanted"},
-        {static_cast<std::int16_t>(0x8000 | 1 << 5), "To; disposition notification wanted", "as it is read, a negative number"},
+        {static_cast<std::int16_t>(0x8000 | 1 << 5), "To; disposition notification wanted",
+         "as it is read, a negative number"},
         {(1 << 5) | 0x0100, "To; flags 0x100"},
     };
-    for (const Row& row : kRows) EXPECT_EQ(joined(spell_recipient_flags(row.value)), row.expected) << row.value << ' ' << row.why;
+    for (const Row& row : kRows)
+        EXPECT_EQ(joined(spell_recipient_flags(row.value)), row.expected) << row.value << ' ' << row.why;
 }
 
 TEST(Spell, Reports) {
@@ -134,7 +137,7 @@ TEST(Spell, DatesInTheirOwnZone) {
     EXPECT_EQ(spell_date(0xFFFFFFFFLL, 0), "Sun 2106-02-07 06:28:15 +00:00");  // seconds are unsigned
     EXPECT_EQ(spell_date(0, -32768), "Tue 1969-12-09 05:52:00 -546:08");       // whatever a zone says
     EXPECT_EQ(iso_date(1700000000, 60), "2023-11-14T23:13:20+01:00");
-    EXPECT_NO_FATAL_FAILURE(spell_date(INT64_MAX / 2, 0));                     // a year beyond all calendars
+    EXPECT_NO_FATAL_FAILURE(spell_date(INT64_MAX / 2, 0));  // a year beyond all calendars
 }
 
 }  // namespace

@@ -51,14 +51,20 @@ TEST(ReadableName, LeavesTheAddressOutOfTheNativeForm) {
 }
 
 TEST(ReadableSubject, DecodesWords) {
-    EXPECT_EQ(readable_subject("=?iso-8859-1?q?Gr=FC=DFe?= aus"), "Gr\xC3\xBC\xC3\x9F" "e aus");
+    EXPECT_EQ(readable_subject("=?iso-8859-1?q?Gr=FC=DFe?= aus"),
+              "Gr\xC3\xBC\xC3\x9F"
+              "e aus");
     EXPECT_EQ(readable_subject("=?utf-8?b?w6Q=?="), "\xC3\xA4");
     EXPECT_EQ(readable_subject("=?no-such-set?q?x?="), "=?no-such-set?q?x?=");
     EXPECT_EQ(readable_subject(""), "");
 }
 
 TEST(ToUtf8, ConvertsOrLeavesAlone) {
-    EXPECT_EQ(to_utf8("Gr\xFC\xDF" "e", "ISO8859_1"), "Gr\xC3\xBC\xC3\x9F" "e");
+    EXPECT_EQ(to_utf8("Gr\xFC\xDF"
+                      "e",
+                      "ISO8859_1"),
+              "Gr\xC3\xBC\xC3\x9F"
+              "e");
     EXPECT_EQ(to_utf8("\x80", "WIN1252"), "\xE2\x82\xAC");
     EXPECT_EQ(to_utf8("abc", ""), "abc");
     EXPECT_EQ(to_utf8("\xFF", "NO_SUCH_SET"), "\xFF");
@@ -67,11 +73,15 @@ TEST(ToUtf8, ConvertsOrLeavesAlone) {
 }
 
 TEST(LenientUtf8, AlwaysGivesUtf8) {
-    EXPECT_EQ(lenient_utf8("a\xFF" "b"), "a\xC3\xBF" "b");
+    EXPECT_EQ(lenient_utf8("a\xFF"
+                           "b"),
+              "a\xC3\xBF"
+              "b");
     EXPECT_EQ(lenient_utf8("\xC3\xA4"), "\xC3\xA4");
     EXPECT_TRUE(is_utf8("\xC3\xA4"));
     EXPECT_FALSE(is_utf8("\xC3"));
-    for (int byte = 0; byte < 256; ++byte) EXPECT_TRUE(is_utf8(lenient_utf8(std::string(3, static_cast<char>(byte))))) << byte;
+    for (int byte = 0; byte < 256; ++byte)
+        EXPECT_TRUE(is_utf8(lenient_utf8(std::string(3, static_cast<char>(byte))))) << byte;
 }
 
 std::string previewed(const std::string& text, std::string_view set = "", std::size_t most = 3) {

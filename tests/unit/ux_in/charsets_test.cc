@@ -32,7 +32,8 @@ protected:
     // "FromCharSet ToLatinCS rich-target GotInSteering"
     static std::string settings() {
         const ux_CharsetState& s = ux_charsets();
-        return s.FromCharSet + ' ' + s.ToLatinCS + ' ' + (s.ToT61CSInfo.GotCharsetInfo ? s.ToT61CSInfo.CharsetExtl : "-") + ' ' +
+        return s.FromCharSet + ' ' + s.ToLatinCS + ' ' +
+               (s.ToT61CSInfo.GotCharsetInfo ? s.ToT61CSInfo.CharsetExtl : "-") + ' ' +
                (s.GotInSteering ? "steered" : "not");
     }
     static std::string targets(std::string_view set) {
@@ -52,13 +53,15 @@ protected:
     static std::string convert(std::string_view text, std::int32_t type, std::string_view set, bool ascii = false) {
         ux_ContentItem part{item(text), type, std::string(set), false};
         ux_InConvertContentItem(part, ascii);
-        return (part.Trash ? "trash " : "") + std::to_string(part.FileType) + " [" + part.CharSet + "] " + content(part.item);
+        return (part.Trash ? "trash " : "") + std::to_string(part.FileType) + " [" + part.CharSet + "] " +
+               content(part.item);
     }
     TestHome home_;
 };
 
 std::string target_row(std::string_view from, std::string_view to, int type = 0) {
-    return "[[target]]\nfrom = \"" + std::string(from) + "\"\nto = \"" + std::string(to) + "\"\ntype = " + std::to_string(type) + '\n';
+    return "[[target]]\nfrom = \"" + std::string(from) + "\"\nto = \"" + std::string(to) +
+           "\"\ntype = " + std::to_string(type) + '\n';
 }
 
 // ---- Start-up
@@ -107,9 +110,12 @@ TEST_F(Charsets, AConfiguredSet) {
     };
     const Row rows[] = {
         {"UXI_UNIX_MAIL_CHARSET = \"ISO8859_1\"\n", "", "ISO8859_1 IA5 - steered", "no row: ASCII only"},
-        {"UXI_UNIX_MAIL_CHARSET = \"ISO8859_1\"\n", target_row("*", "UTF8"), "ISO8859_1 ISO8859_1 UTF8 steered", "rich"},
-        {"UXI_UNIX_MAIL_CHARSET = \"ISO8859_1\"\n", target_row("*", "ISO8859_1"), "ISO8859_1 ISO8859_1 - steered", "Latin only"},
-        {"UXI_UNIX_MAIL_CHARSET = \"KOI8_R\"\n", target_row("*", "KOI8_R"), "KOI8_R ISO8859_1 KOI8_R steered", "to itself"},
+        {"UXI_UNIX_MAIL_CHARSET = \"ISO8859_1\"\n", target_row("*", "UTF8"), "ISO8859_1 ISO8859_1 UTF8 steered",
+         "rich"},
+        {"UXI_UNIX_MAIL_CHARSET = \"ISO8859_1\"\n", target_row("*", "ISO8859_1"), "ISO8859_1 ISO8859_1 - steered",
+         "Latin only"},
+        {"UXI_UNIX_MAIL_CHARSET = \"KOI8_R\"\n", target_row("*", "KOI8_R"), "KOI8_R ISO8859_1 KOI8_R steered",
+         "to itself"},
         {"UXI_UNIX_MAIL_CHARSET = \"koi8-r\"\n", target_row("*", "IA5"), "KOI8_R IA5 - steered", "by another name"},
         {"UXI_UNIX_MAIL_CHARSET = \"X-234567890123456\"\n", "", "X-234567890123 IA5 - steered", "14 characters"},
     };
@@ -163,8 +169,9 @@ TEST_F(Charsets, TheSettingsAreLogged) {
 // ---- Targets
 
 TEST_F(Charsets, TargetsOfASet) {
-    home_.write("sys/unixin.str", target_row("KOI8_R", "UTF8") + target_row("UTF8", "UTF8") + target_row("BIG5", "ISO8859_1") +
-                                      target_row("GBK", "IA5") + target_row("SJIS", "X-Own") + target_row("X-Own", "UTF8") +
+    home_.write("sys/unixin.str", target_row("KOI8_R", "UTF8") + target_row("UTF8", "UTF8") +
+                                      target_row("BIG5", "ISO8859_1") + target_row("GBK", "IA5") +
+                                      target_row("SJIS", "X-Own") + target_row("X-Own", "UTF8") +
                                       target_row("X-Same", "X-Same") + target_row("WIN1252", "ISO8859_15", 2133));
     start("UXI_UNIX_MAIL_CHARSET = \"ISO8859_1\"\n");
     EXPECT_EQ(targets("KOI8_R"), "ISO8859_1 UTF8");
@@ -270,7 +277,11 @@ TEST_F(Charsets, AChangeOfSetIsLoggedWhenAskedFor) {
 
 // ---- Parts
 
-const std::string kUtf8Text = "Gr\xc3\xbc\xc3\x9f"s "e \xe2\x82\xac M\xc3\xbcnchen, \xc3\x9c"s "bergabe, Stra\xc3\x9f"s "e";
+const std::string kUtf8Text =
+    "Gr\xc3\xbc\xc3\x9f"s
+    "e \xe2\x82\xac M\xc3\xbcnchen, \xc3\x9c"s
+    "bergabe, Stra\xc3\x9f"s
+    "e";
 
 TEST_F(Charsets, PartsAreDetected) {
     struct Row {
@@ -297,7 +308,8 @@ TEST_F(Charsets, PartsAreDetected) {
     };
     for (const Row& row : rows) {
         start(row.setting);
-        EXPECT_EQ(convert(kUtf8Text, row.type, row.set), std::to_string(row.type) + " [" + row.expected + "] " + kUtf8Text)
+        EXPECT_EQ(convert(kUtf8Text, row.type, row.set),
+                  std::to_string(row.type) + " [" + row.expected + "] " + kUtf8Text)
             << row.setting << row.set << ": " << row.why;
     }
     start("");
@@ -376,7 +388,12 @@ TEST_F(Charsets, LinesAreConverted) {
         const char* why;
     };
     const Row rows[] = {
-        {"Gr\xfc\xdf"s"e", "ISO8859_1", "UTF8", "Gr\xc3\xbc\xc3\x9f"s"e", "converted"},
+        {"Gr\xfc\xdf"s
+         "e",
+         "ISO8859_1", "UTF8",
+         "Gr\xc3\xbc\xc3\x9f"s
+         "e",
+         "converted"},
         {"plain", "ISO8859_1", "UTF8", "plain", "converted, and the same"},
         {"1 \xe2\x82\xac", "UTF8", "ISO8859_1", "1 ?", "converted with loss"},
         {"Gr\xfc", "ISO8859_1", "IA5", "Gr?", "to ASCII too"},
@@ -412,10 +429,10 @@ TEST_F(Charsets, SubjectsThatAreNotEncoded) {
         {kLatin, target_row("*", "ISO8859_1"), "Gr\xfc", "=?ISO-8859-1?Q?Gr=FC?=", "Latin-1"},
         {kLatin, target_row("*", "UTF8"), "Gr\xfc", "=?UTF-8?B?R3LDvA==?=", "the rich target, method b"},
         {kLatin, "", "Gr\xfc", "Gr?", "ASCII only: converted with loss"},
-        {"UXI_UNIX_MAIL_CHARSET = \"UTF8\"\n", target_row("*", "UTF8"), "Gr\xc3\xbc"s, "=?ISO-8859-1?Q?Gr=FC?=",
-         "rich, but its own set: the Latin target"},
-        {"UXI_UNIX_MAIL_CHARSET = \"UTF8\"\n", target_row("*", "KOI8_R"), "Gr\xfc", "=?ISO-8859-1?Q?Gr=FC?=",
-         "no UTF-8 at all: its bytes in the Latin target"},
+        {"UXI_UNIX_MAIL_CHARSET = \"UTF8\"\n", target_row("*", "UTF8"), "Gr\xc3\xbc"s,
+         "=?ISO-8859-1?Q?Gr=FC?=", "rich, but its own set: the Latin target"},
+        {"UXI_UNIX_MAIL_CHARSET = \"UTF8\"\n", target_row("*", "KOI8_R"), "Gr\xfc",
+         "=?ISO-8859-1?Q?Gr=FC?=", "no UTF-8 at all: its bytes in the Latin target"},
         {"UXI_UNIX_MAIL_CHARSET = \"X-Own\"\n", "", "Gr\xfc\xdf", "Gr**", "no conversion: stars, which are ASCII"},
         {"UXI_UNIX_MAIL_CHARSET = \"GB2312\"\n", "", "~{VP~}", "=?HZ-GB-2312?B?fntWUH59?=", "7-bit Chinese"},
         {"UXI_UNIX_MAIL_CHARSET = \"ISO2022CN\"\n", "", "Hello", "=?HZ-GB-2312?B?SGVsbG8=?=", "as it stands"},

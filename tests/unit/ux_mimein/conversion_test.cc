@@ -107,7 +107,8 @@ TEST_F(Conversion, TheCheckNamesItsConverters) {
     im_Item part = item("plain");
     std::string set = "ISO8859_15";
     ux_validateTextFileCharset(part, set);
-    EXPECT_NE(log.first("11 100.24070").find("ux_validateTextFileCharset: cvc_iconvConvertFile2 Fr="), std::string::npos);
+    EXPECT_NE(log.first("11 100.24070").find("ux_validateTextFileCharset: cvc_iconvConvertFile2 Fr="),
+              std::string::npos);
     EXPECT_NE(log.first("11 100.24070").find("ISO-8859-15"), std::string::npos) << log.first("11 100.24070");
 }
 
@@ -153,8 +154,8 @@ TEST_F(Conversion, PartsGoThroughTheSteeringConverters) {
     const auto convert = [](std::int32_t type, const char* set) {
         im_Item in = item("text"), out = im_CrNewDataItem();
         const StandardConverterResult result = standardConverter(in, out, {type, set, "Sub", "UTF-8", "text/x"});
-        return std::to_string(result.converted) + std::to_string(result.pRetain) + ' ' + std::to_string(result.pToItemType) + ' ' +
-               result.pToCharSet + ' ' + content(out);
+        return std::to_string(result.converted) + std::to_string(result.pRetain) + ' ' +
+               std::to_string(result.pToItemType) + ' ' + result.pToCharSet + ' ' + content(out);
     };
     const LogLines log(7);
     EXPECT_EQ(convert(1, "KOI8_R"), "10 1736 UTF8 text|Sub|UTF-8|text/x");

@@ -26,7 +26,10 @@ std::string plain_text(std::size_t size) {
     return text;
 }
 
-const std::string kAccents = "Gr\xc3\xbc\xc3\x9f"s "e \xe2\x82\xac aus M\xc3\xbcnchen, \xc3\x9c"s "bergabe, Gen\xc3\xa8ve. ";
+const std::string kAccents =
+    "Gr\xc3\xbc\xc3\x9f"s
+    "e \xe2\x82\xac aus M\xc3\xbcnchen, \xc3\x9c"s
+    "bergabe, Gen\xc3\xa8ve. ";
 
 TEST(Detection, NoDataIsNoSet) { EXPECT_EQ(ux_InAutodetectCharset(""), std::nullopt); }
 
@@ -44,7 +47,9 @@ TEST(Detection, ShortSamplesAreRepeatedUntilTheyHave64Bytes) {
 }
 
 TEST(Detection, From64BytesOnDataIsTakenAsItIs) {
-    const std::string sample = "Gr\xc3\xbc\xc3\x9f"s"e aus M\xc3\xbcnchen";
+    const std::string sample =
+        "Gr\xc3\xbc\xc3\x9f"s
+        "e aus M\xc3\xbcnchen";
     for (const std::size_t size : {64u, 65u, 100u}) {
         std::string data = sample;
         data.resize(size, ' ');
@@ -58,8 +63,14 @@ TEST(Detection, PlainTextIsIa5) {
 }
 
 TEST(Detection, NamesAreBounded) {
-    EXPECT_EQ(ux_InAutodetectCharset("Gr\xc3\xbc\xc3\x9f"s"e", 4), "UTF8");
-    EXPECT_EQ(ux_InAutodetectCharset("Gr\xc3\xbc\xc3\x9f"s"e", 3), "UTF");
+    EXPECT_EQ(ux_InAutodetectCharset("Gr\xc3\xbc\xc3\x9f"s
+                                     "e",
+                                     4),
+              "UTF8");
+    EXPECT_EQ(ux_InAutodetectCharset("Gr\xc3\xbc\xc3\x9f"s
+                                     "e",
+                                     3),
+              "UTF");
 }
 
 TEST(Detection, OfTheBeginningOfAnItem) {

@@ -46,7 +46,9 @@ TEST_F(Subjects, AreDetectedByDefault) {
     const Row rows[] = {
         {"", "", "none"},
         {"Plain", "Plain", "ASCII"},
-        {"Gr\xc3\xbc\xc3\x9f"s"e", "=?UTF-8?B?R3LDvMOfZQ==?=", "UTF-8 as it stands"},
+        {"Gr\xc3\xbc\xc3\x9f"s
+         "e",
+         "=?UTF-8?B?R3LDvMOfZQ==?=", "UTF-8 as it stands"},
         {"\x1b$B$3$s$K$A$O\x1b(B", "=?ISO-2022-JP?Q?=1B$B$3$s$K$A$O=1B(B?=", "Japanese as it stands"},
         {"=?utf-8?Q?Plain?=", "Plain", "ASCII that says it is UTF-8"},
         {"=?us-ascii?Q?Gr=C3=BC=C3=9Fe?=", "=?UTF-8?B?R3LDvMOfZQ==?=", "UTF-8 that says it is ASCII"},
@@ -71,7 +73,10 @@ TEST_F(Subjects, AreNotDetectedWhenThatIsOff) {
 TEST_F(Subjects, EncodedOnesAreBelievedUnderAnyOtherSetting) {
     start("UXI_MIME_CS_AUTODETECT = \"some\"\n");
     EXPECT_EQ(ux_InBuildMimeSubject("=?us-ascii?Q?Gr=C3=BC=C3=9Fe?="), "=?us-ascii?Q?Gr=C3=BC=C3=9Fe?=");
-    EXPECT_EQ(ux_InBuildMimeSubject("Gr\xc3\xbc\xc3\x9f"s"e"), "=?UTF-8?B?R3LDvMOfZQ==?=") << "plain ones never are";
+    EXPECT_EQ(ux_InBuildMimeSubject("Gr\xc3\xbc\xc3\x9f"s
+                                    "e"),
+              "=?UTF-8?B?R3LDvMOfZQ==?=")
+        << "plain ones never are";
 }
 
 TEST_F(Subjects, TheSettingIsReadOnce) {
@@ -84,7 +89,8 @@ TEST_F(Subjects, HzBecomesGb2312) {
     start("UXI_MIME_CS_AUTODETECT = false\n");
     EXPECT_EQ(ux_InBuildMimeSubject("=?hz-gb-2312?B?fntWUE5Efn0=?="), "=?GB2312?B?1tDOxA==?=");
     EXPECT_EQ(ux_InBuildMimeSubject("=?HZ-GB-2312?B?fntWUE5Efn0=?="), "=?GB2312?B?1tDOxA==?=");
-    EXPECT_EQ(ux_InBuildMimeSubject("=?Hz-Gb-2312?B?fntWUE5Efn0=?="), "=?Hz-Gb-2312?B?fntWUE5Efn0=?=") << "only these two";
+    EXPECT_EQ(ux_InBuildMimeSubject("=?Hz-Gb-2312?B?fntWUE5Efn0=?="), "=?Hz-Gb-2312?B?fntWUE5Efn0=?=")
+        << "only these two";
     EXPECT_EQ(ux_InBuildMimeSubject("=?hz-gb-2312?Q?=FF?="), "=?hz-gb-2312?Q?=FF?=") << "text that is no HZ stays";
     start("UXI_MIME_CS_AUTODETECT = false\nUXI_UNIX_MAIL_CHARSET = \"GB2312\"\n");
     EXPECT_EQ(ux_InBuildMimeSubject("Hello"), "Hello") << "by way of HZ";
@@ -110,7 +116,8 @@ TEST_F(Subjects, AreSteeredByTheSlotInForceAndLeaveItInForce) {
     home_.write("sys/mimein.str", kToUtf8);
     ASSERT_EQ(cvr_InitAltSteering("~/sys/mimein.str", 6).result, 0);
     cvr_SetSteeringFile(6);
-    EXPECT_EQ(ux_InBuildMimeSubject("=?iso-8859-1?Q?Gr=FC=DFe_aus_Gen=E8ve?="), "=?UTF-8?B?R3LDvMOfZSBhdXMgR2Vuw6h2ZQ==?=");
+    EXPECT_EQ(ux_InBuildMimeSubject("=?iso-8859-1?Q?Gr=FC=DFe_aus_Gen=E8ve?="),
+              "=?UTF-8?B?R3LDvMOfZSBhdXMgR2Vuw6h2ZQ==?=");
     EXPECT_EQ(ux_InBuildMimeSubject("plain"), "plain");
     EXPECT_EQ(cvr_GetSteeringFile(), 6);
 }
@@ -140,7 +147,10 @@ TEST_F(Subjects, DetectionIsLogged) {
 
 TEST_F(Subjects, LongOnesBecomeSeveralWords) {
     std::string subject;
-    while (subject.size() < 1000) subject += "Gr\xc3\xbc\xc3\x9f"s"e ";
+    while (subject.size() < 1000)
+        subject +=
+            "Gr\xc3\xbc\xc3\x9f"s
+            "e ";
     const std::string encoded = ux_InBuildMimeSubject(subject);
     EXPECT_TRUE(encoded.starts_with("=?UTF-8?"));
     for (std::size_t at = 0; at < encoded.size();) {

@@ -15,7 +15,8 @@ namespace {
 
 constexpr std::string_view kInSteering = "~/sys/unixin.str";
 constexpr std::string_view kOutSteering = "~/sys/unixout.str";
-constexpr int kScanLimit = 10240;  // bytes of a part that are looked at, unless UXI_AUTODETECT_SCAN_LIMIT says otherwise
+constexpr int kScanLimit =
+    10240;  // bytes of a part that are looked at, unless UXI_AUTODETECT_SCAN_LIMIT says otherwise
 
 constexpr std::string_view kAutodetectKey = "UXI_MIME_CS_AUTODETECT";
 
@@ -58,7 +59,8 @@ void set_by_outbound_steering(ux_CharsetState& settings) {
 }
 
 CharsetInfoStruct rich_target(std::string_view target, const ccs_Descriptor* descriptor) {
-    return {true, cut(target), cut(ccs_GetInternalCharset(target, 1)), cut(ccs_GetInternalCharset(target, 2)), descriptor};
+    return {true, cut(target), cut(ccs_GetInternalCharset(target, 1)), cut(ccs_GetInternalCharset(target, 2)),
+            descriptor};
 }
 
 // The set that plain text of another than the default set, or of it, is written in.

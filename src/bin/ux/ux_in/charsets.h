@@ -24,21 +24,22 @@ struct CharsetInfoStruct {
     const ccs_Descriptor* CSDesc = nullptr;
 };
 
-// The process-wide settings. Names of sets are at most 14 characters. Filled by ux_InGetDefaultCharsets, read everywhere.
+// The process-wide settings. Names of sets are at most 14 characters. Filled by ux_InGetDefaultCharsets, read
+// everywhere.
 struct ux_CharsetState {
-    std::string FromCharSet;         // the set in which unlabelled text is taken to be
-    std::string ToLatinCS;           // the Latin target: ISO8859_1 or IA5
-    CharsetInfoStruct ToT61CSInfo;   // the rich target
-    bool GotInSteering = false;      // the steering file is asked about whole-file conversions
-    std::string Converter;           // whole-file converter that the last ux_InGetFileConvDetails chose
-    char DoCSAutoDetect = 'U';       // "U" until read; then "R", "Y" or "N"
-    std::optional<int> Limit;        // UXI_AUTODETECT_SCAN_LIMIT, once read
+    std::string FromCharSet;        // the set in which unlabelled text is taken to be
+    std::string ToLatinCS;          // the Latin target: ISO8859_1 or IA5
+    CharsetInfoStruct ToT61CSInfo;  // the rich target
+    bool GotInSteering = false;     // the steering file is asked about whole-file conversions
+    std::string Converter;          // whole-file converter that the last ux_InGetFileConvDetails chose
+    char DoCSAutoDetect = 'U';      // "U" until read; then "R", "Y" or "N"
+    std::optional<int> Limit;       // UXI_AUTODETECT_SCAN_LIMIT, once read
 };
 ux_CharsetState& ux_charsets();
 void ux_reset_charsets();  // for tests
 
-// Loads the steering file and fills FromCharSet, ToLatinCS, ToT61CSInfo and GotInSteering, at the start of a session. Raises
-// the converter service's group and reason when a steering file is there and cannot be used.
+// Loads the steering file and fills FromCharSet, ToLatinCS, ToT61CSInfo and GotInSteering, at the start of a session.
+// Raises the converter service's group and reason when a steering file is there and cannot be used.
 void ux_InGetDefaultCharsets();
 
 // The targets for text in the set pFromCS.
@@ -64,14 +65,15 @@ struct ux_ContentItem {  // in and out of ux_InConvertContentItem
     std::string CharSet;  // at most 14 characters
     bool Trash = false;
 };
-// Converts one finished body part: finds out the set of text that is not labelled or whose label is not trusted, runs the
-// whole-file converter that applies, and leaves the resulting type and set in `content`. AsciiFile: the part is known to be
-// 7-bit. The item is replaced when a converter made a new one. Trash: the caller is to throw the part away. Raises what the
-// item store raises; a converter that fails is no error, the part is then kept as it is, as plain text.
+// Converts one finished body part: finds out the set of text that is not labelled or whose label is not trusted, runs
+// the whole-file converter that applies, and leaves the resulting type and set in `content`. AsciiFile: the part is
+// known to be 7-bit. The item is replaced when a converter made a new one. Trash: the caller is to throw the part away.
+// Raises what the item store raises; a converter that fails is no error, the part is then kept as it is, as plain text.
 void ux_InConvertContentItem(ux_ContentItem& content, bool AsciiFile);
 
-// The converted line (a view into `out`), or nothing when the line is to be written as it stands: in IA5, in the target set
-// already, or not convertible. With a target of IA5 that cannot be reached, 8-bit bytes of `line` are overwritten with "*".
+// The converted line (a view into `out`), or nothing when the line is to be written as it stands: in IA5, in the target
+// set already, or not convertible. With a target of IA5 that cannot be reached, 8-bit bytes of `line` are overwritten
+// with "*".
 std::optional<std::string_view> ux_InTextCharConverter(std::string& line, std::string_view pFromCharSet,
                                                        std::string_view pToCharSet, std::string& out);
 

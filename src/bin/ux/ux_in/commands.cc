@@ -33,6 +33,7 @@ constexpr auto AvaCommand = std::to_array<SMTP_Command>({
     {"EHLO", "", 1, kEhlo},
 });
 
+constexpr int kCommandReceived = 1503;
 constexpr off_t kDelimiterAt = 476;
 constexpr int kDelimiterUnreadable = 1420;
 constexpr int kDelimiterUnreachable = 1421;
@@ -73,7 +74,7 @@ ux_MailCommand classify_row(const SMTP_Command& row, std::string_view rest) {
 ux_MailCommand ux_InReadMailCommand() {
     const er_Trace trace("ux_InReadMailCommand");
     const ux_CommandLine line = ux_Input().command();
-    er_LogMsg(11, kGatewayGroup, 1503, line.text);
+    er_LogMsg(11, kGatewayGroup, kCommandReceived, line.text);
     return line.too_long ? ux_MailCommand{} : ux_InGetSMTPCommand(line.text);
 }
 

@@ -201,6 +201,8 @@ ux_DriverState& ux_driver() {
     return state;
 }
 
+void ux_reset_driver() { ux_driver() = ux_DriverState(); }
+
 void ux_InConvUnixMsgToMorvane(ux_Envelope& envelope) {
     const er_Trace trace("ux_InConvUnixMsgToMorvane");
     Conversion(envelope).run();

@@ -15,6 +15,7 @@ struct ux_DriverState {
     bool GenObjFiles = true;   // store Internet headers as object files
 };
 ux_DriverState& ux_driver();
+void ux_reset_driver();
 
 // Reads the message text from the dialogue and queues the message; the recipients are those of the envelope list.
 // When it returns, the message is durable and the text has been read to its end line. When it raises, nothing is queued

@@ -40,7 +40,7 @@ constexpr int kPlainNode = 3;
 // One header on its way into records.
 class HeaderConversion {
 public:
-    HeaderConversion(const ux_UnixMsgHeaderTarget& target, ux_UnixMsgHeader& header);
+    HeaderConversion(const ux_UnixMsgHeaderTarget& target, ux_UnixMsgHeader& header, os_Moment now);
     void convert_fields();
     void finish();
 
@@ -81,7 +81,7 @@ private:
     ux_UnixMsgHeader& header_;
     ux::SavedHeader in_;
     const ArpaTokenRow* row_ = nullptr;  // of the field in hand
-    os_Moment now_;
+    os_Moment now_;  // when the message came: its date when it has none; the zone of dates that carry none
     tf_Record record_;
     ux_HeaderUpdate update_;
     std::array<bool, kTokenKept + 1> done_{};  // once-only fields that have been taken, by token
@@ -122,8 +122,8 @@ const std::array<HeaderConversion::Action, kTokenKept + 1> HeaderConversion::kAc
     return actions;  // MIME-Version and our own informational fields have none
 }();
 
-HeaderConversion::HeaderConversion(const ux_UnixMsgHeaderTarget& target, ux_UnixMsgHeader& header)
-    : target_(target), header_(header), in_(header.pHeaderRef), now_(os_Date()) {
+HeaderConversion::HeaderConversion(const ux_UnixMsgHeaderTarget& target, ux_UnixMsgHeader& header, os_Moment now)
+    : target_(target), header_(header), in_(header.pHeaderRef), now_(now) {
     update_.HeaderPos = target.HeaderPos;
     update_.FromMailerDaemon = target.FromMailerDaemon;
 }
@@ -290,7 +290,7 @@ void HeaderConversion::finish() {
 // A message that was forwarded automatically and comes back marked: it is read to its end and dropped, and the agent
 // hears that all is well, or the two would send it to each other for ever.
 void HeaderConversion::drop_loop() {
-    ux_Input().drain_text();
+    for (bool ended = header_.pEndOfMsg; !ended;) ended = ux_InReadMailText().is_end;  // a text that is cut off raises
     header_.pHeaderRef.unlink();
     er_TracedEscape(kGatewayGroup, kMailLoop);
 }
@@ -334,8 +334,11 @@ ux_HeaderState& ux_header_state() {
     return state;
 }
 
+void ux_reset_header() { ux_header_state() = ux_HeaderState(); }
+
 ux_UnixMsgHeader ux_InParseUnixMsgHeader(const ux_UnixMsgHeaderTarget& target) {
     const er_Trace trace("ux_InParseUnixMsgHeader");
+    const os_Moment now = os_Date();
     ux_UnixMsgHeader header;
     std::string sender(target.pArpaSender);
     ux_InConvArpaORNToORN(sender, ux_addresses().ArpaSenderORN, false);
@@ -344,7 +347,7 @@ ux_UnixMsgHeader ux_InParseUnixMsgHeader(const ux_UnixMsgHeaderTarget& target) {
 
     ux_recipients().G_Relaying = true;
     ux_InMakeX400RecipList();
-    HeaderConversion conversion(target, header);
+    HeaderConversion conversion(target, header, now);
     conversion.convert_fields();
     conversion.finish();
     return header;

@@ -43,6 +43,7 @@ struct ux_HeaderState {
     int inet_DefMailNodeNum = 0;  // default mail node: 1 MIME, 2 RFC 1154, 3 other messages
 };
 ux_HeaderState& ux_header_state();
+void ux_reset_header();
 
 // Reads and converts the header from the dialogue; the input stands at the first body line afterwards. Raises 102/1544
 // after reading a looping message (X-Lucent-Syncmark and Autoforwarded) to its end, 102/1401 when input ends, and what the stores raise.

@@ -44,6 +44,7 @@ HeaderSaver::HeaderSaver(im_Item& item)
       marker_(cust_GetCustomiseInfo("UXI_UUDECODE_ARPA_TOKEN")),
       white_line_ends_(cust_GetBoolean("WHITESPACE_CRLF_IS_BREAK", false)) {
     kind_.uudecode = !marker_;
+    if (marker_ && marker_->empty()) marker_.reset();  // it names no field
 }
 
 SavedHeaderKind HeaderSaver::run() {

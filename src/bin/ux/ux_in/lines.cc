@@ -10,7 +10,6 @@
 #include <cstring>
 #include <optional>
 #include <utility>
-#include <utility>
 
 #include "er/er.h"
 

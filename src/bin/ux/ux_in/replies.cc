@@ -18,6 +18,7 @@ namespace {
 constexpr std::size_t kReplyLimit = 2049;
 constexpr std::size_t kHostNameSize = 64;
 constexpr int kWriteFailed = 1024;
+constexpr int kReplyWritten = 1504;
 
 // What can be said without a catalog.
 std::string fallback(int MessNum) {
@@ -58,5 +59,6 @@ void ux_InWriteMailReply(int MessNum) {
     if (reply.size() > kReplyLimit) reply.resize(kReplyLimit);
     if (reply.find('\n') == std::string::npos) reply += '\n';
     if (!write_whole(reply)) er_TracedEscape(kGatewayGroup, kWriteFailed);
-    er_LogMsg(11, kGatewayGroup, 1504, std::string_view(reply).substr(0, reply.size() - 1));
+    if (reply.ends_with('\n')) reply.pop_back();
+    er_LogMsg(11, kGatewayGroup, kReplyWritten, reply);
 }

@@ -21,14 +21,16 @@ constexpr int kSessionEnded = 1502;
 constexpr int kRecipientAccepted = 1505;
 constexpr int kLoopDropped = 1544;
 
-// Puts "@host" into a path that names no host: before its first ">", or at its end.
-void qualify(std::string& path) {
+// Puts "@host" into a path that names no host: before its first ">", or at its end. The result has `limit` characters
+// at most.
+void qualify(std::string& path, std::size_t limit) {
     if (path.find('@') != std::string::npos) return;
     const std::size_t bracket = path.find('>');
     if (bracket == std::string::npos)
         path += '@' + localHostName();
     else
         path.replace(bracket, 1, '@' + localHostName() + '>');
+    if (path.size() > limit) path.resize(limit);
 }
 
 bool is_null_path(std::string_view path) { return path.find("<>") != std::string_view::npos; }
@@ -100,7 +102,7 @@ int Session::error(int reply) {
 int Session::mail_from(std::string_view argument) {
     ux_InParseMAILFROM(argument, sender_);
     if (!actual_sender_.empty()) sender_.ArpaSender = actual_sender_;
-    if (!is_null_path(sender_.ArpaSender)) qualify(sender_.ArpaSender);
+    if (!is_null_path(sender_.ArpaSender)) qualify(sender_.ArpaSender, kArpaSenderLimit);
     HaveSender_ = true;
     return kReplyOk;
 }
@@ -109,7 +111,7 @@ int Session::rcpt_to(std::string_view argument) {
     if (!HaveSender_) return error(kReplyBadSequence);
     ux_RcptTo recipient;
     ux_InParseRCPTTO(argument, recipient);
-    qualify(recipient.ArpaORName);
+    qualify(recipient.ArpaORName, kArpaORNameLimit);
     ux_InAddArpaRecipToList(recipient.ArpaORName, recipient.OrigRcpt, recipient.NoNDNWanted, recipient.DelAckWanted);
     HaveRecip_ = true;
     er_LogMsg(9, kGatewayGroup, kRecipientAccepted, recipient.ArpaORName);

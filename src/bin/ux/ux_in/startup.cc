@@ -11,6 +11,7 @@
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <exception>
 #include <optional>
 #include <string>
 
@@ -55,7 +56,14 @@ void write_log(std::string_view line) {
 void open_log() {
     er_SetTexts([](int set, int number) { return os_MCGetMessage(set, number); });
     er_SetSink(write_log);
-    er_SetLevel(cust_GetInteger("LOG_LEVEL", kDefaultLogLevel));
+}
+
+// A descriptor that the invoker closed would be given to the next file that is opened, and replies or lines of some
+// library be written into it. What takes its place says: no more input, nobody to reply to.
+void hold_standard_descriptors() {
+    for (const int fd : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO})
+        if (::fcntl(fd, F_GETFD) == -1)
+            [[maybe_unused]] const int held = ::open("/dev/null", fd == STDERR_FILENO ? O_WRONLY : O_RDONLY);
 }
 
 // Whose mail this is: nobody's in particular (empty) when root or a trusted user starts us, else the invoker's.
@@ -95,15 +103,33 @@ void close_directories() {
     if (directory.DirHandle != 0) directory.DirHandle = dr_CloseDir(directory.DirHandle);
 }
 
+// The settings that the process itself runs with. What is wrong with the configuration is given back, not raised:
+// there is no log yet to tell it.
+std::exception_ptr configure_process() {
+    try {
+        ml_SetSSNiceValue(kServerKind);  // while the process may still raise its priority
+        er_SetLevel(cust_GetInteger("LOG_LEVEL", kDefaultLogLevel));
+    } catch (const er_Escape&) {
+        return std::current_exception();
+    }
+    return nullptr;
+}
+
+// From the invoker to the mail server's account, with its log and its catalog.
+void become_mail_server() {
+    const std::exception_ptr misconfigured = configure_process();
+    ext_SetUidToMorvane();
+    os_MCOpen(kCatalogSet);
+    open_log();
+    if (misconfigured) std::rethrow_exception(misconfigured);
+}
+
 // From the invoker's identity to the last reply. Escapes go to the handler of last resort.
 bool serve(bool system_chosen) {
     if (!system_chosen) gcl_setDefaultSystem();
     for (const int signal : {SIGINT, SIGQUIT, SIGPIPE, SIGXFSZ}) ext_signal(signal, 1);
     const std::string ActualSenderS = actual_sender();
-    ext_SetUidToMorvane();
-    os_MCOpen(kCatalogSet);
-    open_log();
-    ml_SetSSNiceValue(kServerKind);
+    become_mail_server();
     open_directory();
     if (cust_PresentAndTrue("UXI_UUDECODE_DEBUG_LOOP")) wait_for_debugger();
     configure_mapping();
@@ -136,12 +162,13 @@ void last_resort() {
         MessNum = kReplyLocalError;
         er_Accept(1);
     }
-    er_TryIgnoring([] { close_directories(); });
+    er_TryIgnoring(close_directories);
     er_TryIgnoring([&] { refuse_until_quit(MessNum); });
     er_TryIgnoring([] { aud_AbortTransaction(ux_audit().AuditHandle); });
 }
 
 int run_session(bool system_chosen) {
+    hold_standard_descriptors();
     er_Init("unix.in", kDefaultLogLevel);
     lng_InitNLS();
     aud_GetSetLogConfig(kServerKind);
@@ -157,9 +184,10 @@ int run_session(bool system_chosen) {
     return HadErrors ? 1 : 0;
 }
 
-// -a: what the detector makes of a file.
+// -a: what the detector makes of a file. Somebody tries that out by hand, so the log is standard error.
 int test_autodetect(const char* path) {
     er_Init("unix.in", kDefaultLogLevel);
+    er_SetSink([](std::string_view line) { std::fwrite(line.data(), 1, line.size(), stderr); });
     try {
         const std::string data = os_read_file(path, std::size_t{1} << 30);
         const std::optional<std::string> Charset = ux_InAutodetectCharset(data);

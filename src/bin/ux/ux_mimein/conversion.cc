@@ -75,7 +75,8 @@ void rewrite(im_Item& item, const AsciiForm& form) {
 void log_failure(const cvr_FileOutcome& converted, im_Item& in, std::string_view charset) {
     if (!er_Wanted(5)) return;
     std::string text = " input-file '" + im_ItemRef2FName(in.ref()) + "'\n input-charset '" + std::string(charset) +
-                       "'\n output-charset '" + converted.to_charset + "'\n error-text '" + converted.outcome.text + "'";
+                       "'\n output-charset '" + converted.to_charset + "'\n error-text '" + converted.outcome.text +
+                       "'";
     if (text.size() > kErrorTextLimit) text.resize(kErrorTextLimit);
     er_LogMsg(5, kSharedGroup, 24071, "Failed to convert part of a message:\n", text);
 }

@@ -17,8 +17,8 @@ struct ux_TextValidity {
 };
 ux_TextValidity ux_validateTextFileCharset(im_Item& item, std::string& qnCharSet);
 
-// What a part is when it goes into a converter of the steering files; subject, its set and the MIME type are handed to the
-// converter in its environment as SUBJECT, CHARSET and MIMETYPE.
+// What a part is when it goes into a converter of the steering files; subject, its set and the MIME type are handed to
+// the converter in its environment as SUBJECT, CHARSET and MIMETYPE.
 struct StandardConverterPart {
     std::int32_t ItemType = 0;
     std::string_view pFromCharSet;
@@ -32,6 +32,6 @@ struct StandardConverterResult {
     std::int32_t pToItemType = 0;
     std::string pToCharSet;
 };
-// Converts `in` into `out` (an empty item) as the steering file in force says. A converter that cannot be run is logged at
-// level 3, one that failed at level 5 (24071). Raises what reading and writing items raises.
+// Converts `in` into `out` (an empty item) as the steering file in force says. A converter that cannot be run is logged
+// at level 3, one that failed at level 5 (24071). Raises what reading and writing items raises.
 StandardConverterResult standardConverter(im_Item& in, im_Item& out, const StandardConverterPart& part);

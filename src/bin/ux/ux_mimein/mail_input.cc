@@ -20,7 +20,9 @@ void copy_for_report(const ux_MailText& piece) {
     ux_write_or_escape(*input.Reportfp, "\n", kCopyNotWritten);
 }
 
-bool is_encoded_word(std::string_view text) { return text.starts_with("=?") && text.find("?=") != std::string_view::npos; }
+bool is_encoded_word(std::string_view text) {
+    return text.starts_with("=?") && text.find("?=") != std::string_view::npos;
+}
 
 // The next continuation line is there: it begins with a blank or a tab.
 bool continues() {

@@ -28,10 +28,10 @@ ux_MailText GetMailText();
 // The same with NUL bytes as they are, for content that is kept byte for byte.
 ux_MailText GetRawMailText();
 
-// Appends the continuation lines of a header field (they begin with a blank or a tab) to pszString, each trimmed, and copies
-// them to pHeaderStream when one is given. An encoded word is joined by one blank, anything else by nothing: what mailers
-// fold between are tokens that need none. The value stays below 1,024 characters; what does not fit is left out. Raises
-// 102/1412 (report copy) and 102/1411 (header item) when a copy cannot be written.
+// Appends the continuation lines of a header field (they begin with a blank or a tab) to pszString, each trimmed, and
+// copies them to pHeaderStream when one is given. An encoded word is joined by one blank, anything else by nothing:
+// what mailers fold between are tokens that need none. The value stays below 1,024 characters; what does not fit is
+// left out. Raises 102/1412 (report copy) and 102/1411 (header item) when a copy cannot be written.
 void GetContinuation(std::string& pszString, im_Item* pHeaderStream);
 
 // Writes to an item; a failure of the store leaves as 102/`reason`.

@@ -82,7 +82,8 @@ void convert(std::string& subject, std::string_view charset) {
 void steer(std::string& subject) {
     const std::string declared = mim_2047_to_string_and_cset_dstring(subject).declared;
     const cvr_Target target = cvr_TargetCharSet(declared, kPlainText);
-    const bool differs = target.result == 0 && !target.target.empty() && !ccs_equal_ignoring_case(target.target, declared);
+    const bool differs =
+        target.result == 0 && !target.target.empty() && !ccs_equal_ignoring_case(target.target, declared);
     if (differs) convert(subject, target.target);
 }
 
