@@ -1,5 +1,6 @@
 """The mail that the agents send, and the check that exactly it is queued."""
 
+import json
 import random
 from collections import Counter
 from dataclasses import dataclass, field
@@ -65,6 +66,7 @@ def check_queued(home, sent):
         faults.append("fsck: " + (checked.stdout + checked.stderr).decode(errors="replace"))
     if faults:
         return faults
+    faults += check_listing(home, sent)
     wanted = {f"<{mail.id}@example.com>": mail for mail in sent}
     delivered = {identifier: Counter() for identifier in wanted}
     for queued in queued_mails(home):
@@ -78,6 +80,18 @@ def check_queued(home, sent):
         if delivered[identifier] != Counter(mail.recipients):
             faults.append(f"{identifier}: recipients {dict(delivered[identifier])} instead of {mail.recipients}")
     return faults
+
+
+def check_listing(home, sent):
+    """What the operator's tool lists is what was sent (a mail to many may come in several messages)."""
+    listed = home.morvane("queue", "list", "--json")
+    if listed.returncode != 0:
+        return ["queue list: " + listed.stderr.decode(errors="replace")]
+    entries = json.loads(listed.stdout)
+    subjects = {message["subject"] for entry in entries for message in entry["messages"]}
+    if subjects != {f"mail {mail.id}" for mail in sent} or any(entry["state"] != "waiting" for entry in entries):
+        return [f"queue list shows {len(entries)} entries, of {len(subjects)} mails instead of {len(sent)}"]
+    return []
 
 
 def compare(mail, queued):

@@ -1,6 +1,8 @@
-"""SIGKILL at random moments while sixteen gateways share one home: what was acknowledged is there, whole and once;
-what was not acknowledged is there whole and once, or not at all; and what the dead left behind can be reclaimed."""
+"""SIGKILL at random moments while sixteen gateways share one home, a consumer takes mail from the queue and the operator
+repairs the home: what was acknowledged is there, whole and once; what was not acknowledged is there whole and once, or
+not at all; and what the dead left behind can be reclaimed."""
 
+import json
 import random
 import signal
 import threading
@@ -9,7 +11,7 @@ from collections import Counter
 
 from gateway_home import Home
 from process import Gateway, check_fsck, check_home
-from queued_mail import queued_mails
+from queued_mail import queued_mails, read_message
 
 GATEWAYS = 16
 SECONDS = 10
@@ -79,31 +81,92 @@ class Agent(threading.Thread):
         gateway.ask("QUIT")
 
 
+class Worker(threading.Thread):
+    """Does one thing again and again until it is told to stop."""
+
+    def __init__(self, home):
+        super().__init__()
+        self.home, self.faults, self.stopped = home, [], threading.Event()
+
+    def run(self):
+        while not self.stopped.is_set():
+            try:
+                self.work()
+            except Exception as error:
+                self.faults.append(f"{type(self).__name__}: {type(error).__name__}: {error}")
+                return
+
+    def stop(self):
+        self.stopped.set()
+        self.join()
+
+
+class Consumer(Worker):
+    """Takes the next entry, reads its mail, deletes it."""
+
+    def __init__(self, home):
+        super().__init__(home)
+        self.consumed = []
+
+    def work(self):
+        took = self.home.morvane("queue", "take", "--json")
+        if took.returncode != 0 or not took.stdout.strip():
+            self.stopped.wait(0.05)
+            return
+        name = json.loads(took.stdout)["entry"]
+        entry = self.home.path / "queues/ROUTER/cur" / name
+        self.consumed += [read_message(self.home, message) for message in self.home.messages(entry)]
+        done = self.home.morvane("queue", "done", name)
+        if done.returncode != 0:
+            self.faults.append(f"queue done {name}: {done.stderr[:500]!r}")
+
+
+class Operator(Worker):
+    """Checks and repairs the home next to the gateways: there is no damage, and nobody's files go."""
+
+    def work(self):
+        checked = self.home.morvane("fsck", "--home", str(self.home.path), "--repair")
+        if checked.returncode != 0:
+            self.faults.append(f"fsck at work: {(checked.stdout + checked.stderr)[:1000]!r}")
+        self.stopped.wait(0.1)
+
+
+def run_agents(home):
+    until = time.monotonic() + SECONDS
+    agents = [Agent(home, number, until) for number in range(GATEWAYS)]
+    for agent in agents:
+        agent.start()
+    for agent in agents:
+        agent.join()
+    return agents
+
+
 def killed():
     with Home() as home:
-        until = time.monotonic() + SECONDS
-        agents = [Agent(home, number, until) for number in range(GATEWAYS)]
-        for agent in agents:
-            agent.start()
-        for agent in agents:
-            agent.join()
+        consumer, operator = Consumer(home), Operator(home)
+        consumer.start()
+        operator.start()
+        agents = run_agents(home)
+        consumer.stop()
+        operator.stop()
         sent = {identifier: text for agent in agents for identifier, text in agent.sent.items()}
         acknowledged = set().union(*(agent.acknowledged for agent in agents))
         kills = sum(agent.kills for agent in agents)
-        print(f"       {len(sent)} mails, {len(acknowledged)} acknowledged, {kills} gateways killed")
-        yield from (fault for agent in agents for fault in agent.faults)
+        print(f"       {len(sent)} mails, {len(acknowledged)} acknowledged, {len(consumer.consumed)} consumed, "
+              f"{kills} gateways killed")
+        yield from (fault for worker in (*agents, consumer, operator) for fault in worker.faults)
         if kills < 50 or len(acknowledged) < 50 or len(acknowledged) == len(sent):
             yield "too little happened to prove anything"
-        yield from compare(home, sent, acknowledged)
+        waiting = queued_mails(home)  # raises when one of them is not whole
+        yield from compare(consumer.consumed + waiting, sent, acknowledged)
         yield from after_repair(home)
 
 
-def compare(home, sent, acknowledged):
-    waiting = queued_mails(home)  # raises when one of them is not whole
+def compare(waiting, sent, acknowledged):
     counts = Counter(mail.field("Subject") for mail in waiting)
-    yield from (f"{identifier} was acknowledged and does not wait" for identifier in acknowledged
+    yield from (f"{identifier} was acknowledged and is lost" for identifier in acknowledged
                 if identifier not in counts)
-    yield from (f"{identifier} waits {count} times" for identifier, count in counts.items() if count != 1)
+    yield from (f"{identifier} came {count} times" for identifier, count in counts.items() if count != 1)
     yield from (f"{identifier} was never sent" for identifier in counts if identifier not in sent)
     for mail in waiting:
         identifier = mail.field("Subject")

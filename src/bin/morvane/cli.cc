@@ -4,8 +4,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <cerrno>
-#include <cstring>
 #include <functional>
 #include <iostream>
 #include <string>
@@ -184,16 +182,6 @@ void add_directory(CLI::App& app, Request& r) {
     lookup->add_option("value", r.directory.value, "case is ignored")->type_name("VALUE")->required();
     lookup->add_flag("--json", r.json, "for machines");
     add("list", "the directories there are", directory_list)->add_flag("--json", r.json, "for machines");
-}
-
-// What an escape of a service says to a person: the thing that failed, and why. EINVAL and EILSEQ carry the why
-// themselves.
-std::string told(const er_Escape& escape) {
-    if (escape.group() != kSystemGroup) return escape.what();
-    const bool says_why = !escape.detail().empty() && escape.reason() == EINVAL;
-    if (says_why) return escape.detail();
-    const std::string why = escape.reason() == EILSEQ ? "not a sequence of records" : std::strerror(escape.reason());
-    return escape.detail().empty() ? why : escape.detail() + ": " + why;
 }
 
 // A record file can be looked at where no home is.

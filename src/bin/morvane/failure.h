@@ -5,6 +5,8 @@
 #include <stdexcept>
 #include <string>
 
+#include "er/er.h"
+
 namespace morvane {
 
 class Failure : public std::runtime_error {
@@ -22,5 +24,8 @@ public:
 private:
     std::uint64_t offset_;
 };
+
+// What an escape of a service says to a person: the thing that failed, and why.
+std::string told(const er_Escape& escape);
 
 }  // namespace morvane

@@ -328,7 +328,7 @@ void Check::check_entry(const std::string& queue, const EntryName& entry) {
         found.push_back(below_home(failure.what()));
     } catch (const er_Escape& escape) {
         if (escape.group() != kSystemGroup) throw;
-        found.push_back(below_home(escape.detail()) + ": " + std::strerror(escape.reason()));
+        found.push_back(below_home(told(escape)));
     }
     if (found.empty()) return;
     EntryName other = entry;

@@ -6,6 +6,7 @@
 // "Text".
 #include <algorithm>
 #include <cerrno>
+#include <optional>
 #include <string>
 
 #include <nlohmann/json.hpp>
@@ -130,6 +131,7 @@ public:
 
     void entry(const Subject& subject);
     void message(const std::string& path, std::string_view indent);
+    void whole_message(const MessageFile& message, ByteFile& main, std::string_view indent);
     void records(ByteFile& file, std::string_view indent, std::vector<Content>* contents);
     void file(ByteFile& file);
 
@@ -226,11 +228,26 @@ void Writer::attachments(const MessageFile& message, const std::vector<Content>&
         context_.note_damage(message.path + ": more content records than attached files");
 }
 
+// A message whose files cannot even be opened is told as its damage, so that the document stays one.
 void Writer::message(const std::string& path, std::string_view indent) {
-    const MessageFile message = read_message(path);
+    MessageFile message;
+    std::optional<ByteFile> main;
+    std::string failure;
+    try {
+        message = read_message(path);
+        main = ByteFile::open(file_path(message.files.front(), message.path));
+    } catch (const er_Escape& escape) {
+        failure = told(escape);
+    } catch (const Failure& damaged) {
+        failure = damaged.what();
+    }
+    if (main) return whole_message(message, *main, indent);
+    context_.note_damage(failure);
+    context_.out << dump(Json{{"path", lenient_utf8(path)}, {"damage", lenient_utf8(failure)}});
+}
+
+void Writer::whole_message(const MessageFile& message, ByteFile& main, std::string_view indent) {
     const std::string inner = std::string(indent) + "  ";
-    const std::string main_path = file_path(message.files.front(), message.path);
-    ByteFile main = ByteFile::open(main_path);
     context_.out << "{\n";
     key(inner, "path");
     context_.out << dump(lenient_utf8(message.path)) << ",\n"
@@ -239,7 +256,7 @@ void Writer::message(const std::string& path, std::string_view indent) {
     context_.out << dump(lenient_utf8(message.route)) << ",\n";
     key(inner, "transferFile");
     context_.out << dump(Json{{"item", item_json(message.files.front())},
-                              {"path", lenient_utf8(main_path)},
+                              {"path", lenient_utf8(main.name())},
                               {"size", main.size()}})
                  << ",\n";
     key(inner, "records");

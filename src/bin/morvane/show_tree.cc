@@ -384,6 +384,12 @@ std::string message_title(const Screen& screen, const std::string& path) {
     return title;
 }
 
+// A message whose files cannot be opened does not hide the other one of its entry.
+void draw_lost_message(ShowContext& context, Tree& tree, bool last, const std::string& damage) {
+    context.note_damage(damage);
+    tree.node(0, last, false, Ink::damage, "damage", harmless(damage, context.screen));
+}
+
 void draw_entry(ShowContext& context, Tree& tree, const Subject& subject) {
     const std::vector<QueuedMessage> messages = read_entry(subject.path);
     const Screen& screen = context.screen;
@@ -396,8 +402,15 @@ void draw_entry(ShowContext& context, Tree& tree, const Subject& subject) {
     tree.root(title);
     for (std::size_t i = 0; i < messages.size(); ++i) {
         const std::string path = file_path(messages[i].message, subject.path);
-        tree.node(0, i + 1 == messages.size(), true, Ink::label, "message", message_title(screen, path));
-        draw_message(context, tree, path, 1);
+        const bool last = i + 1 == messages.size();
+        try {
+            tree.node(0, last, true, Ink::label, "message", message_title(screen, path));
+            draw_message(context, tree, path, 1);
+        } catch (const Failure& failure) {
+            draw_lost_message(context, tree, last, failure.what());
+        } catch (const er_Escape& escape) {
+            draw_lost_message(context, tree, last, told(escape));
+        }
     }
 }
 

@@ -5,6 +5,7 @@
 #include <sys/file.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <exception>
 #include <optional>
@@ -70,6 +71,13 @@ void append_line(std::string line) {
     os_write_all(trail.get(), line);
 }
 
+// The bytes at the front that JSON takes as they are: nearly always all of them.
+std::size_t plain_run(std::string_view text) {
+    const auto odd = std::find_if(text.begin(), text.end(),
+                                  [](char c) { return c < 0x20 || c == 0x7F || c == '"' || c == '\\'; });
+    return static_cast<std::size_t>(odd - text.begin());
+}
+
 }  // namespace
 
 std::string aud_json_string(std::string_view text) {
@@ -77,6 +85,10 @@ std::string aud_json_string(std::string_view text) {
     std::string out = "\"";
     out.reserve(text.size() + 2);
     for (std::size_t i = 0; i < text.size(); ++i) {
+        const std::size_t plain = plain_run(text.substr(i));
+        out.append(text, i, plain);
+        i += plain;
+        if (i == text.size()) break;
         const auto byte = static_cast<unsigned char>(text[i]);
         if (byte == '"' || byte == '\\') {
             out += '\\';
@@ -85,8 +97,6 @@ std::string aud_json_string(std::string_view text) {
             out += "\\u00";
             out += hex[byte >> 4];
             out += hex[byte & 15];
-        } else if (byte < 0x80) {
-            out += text[i];
         } else if (const std::size_t length = er_utf8_length(text.substr(i, 4)); length != 0) {
             out.append(text.substr(i, length));
             i += length - 1;

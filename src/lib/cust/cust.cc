@@ -3,6 +3,7 @@
 
 #include <fcntl.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <charconv>
 #include <limits>
@@ -57,8 +58,25 @@ Value scalar(const os_AsciiToml& source, const std::string& key, const toml::nod
     refuse(line, "key " + key + ": a truth, a whole number or a text is wanted");
 }
 
+// A settings file is mostly comment, and parsing that takes most of the time: comment lines become empty ones, so that
+// line numbers stay. A text of several lines may hold what only looks like a comment; such a file is left as it is.
+std::string without_comment_lines(std::string text) {
+    if (text.find("\"\"\"") != std::string::npos || text.find("'''") != std::string::npos) return text;
+    std::string out;
+    for (std::size_t at = 0; at < text.size();) {
+        const std::size_t end = std::min(text.find('\n', at), text.size() - 1) + 1;
+        const std::size_t first = text.find_first_not_of(" \t", at);
+        if (first < end && text[first] == '#')
+            out.append(end - at > 0 && text[end - 1] == '\n' ? 1 : 0, '\n');
+        else
+            out.append(text, at, end - at);
+        at = end;
+    }
+    return out;
+}
+
 Values values_of(const std::string& text) {
-    const os_AsciiToml source(text);
+    const os_AsciiToml source(without_comment_lines(text));
     if (source.bad_line() != 0) refuse(source.bad_line(), "not UTF-8");
     Values values;
     try {

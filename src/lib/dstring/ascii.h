@@ -7,9 +7,9 @@
 constexpr char dstring_lower(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; }
 
 constexpr bool dstring_starts_ignoring_case(std::string_view text, std::string_view start) {
-    return text.size() >= start.size() &&
-           std::equal(start.begin(), start.end(), text.begin(),
-                      [](char a, char b) { return dstring_lower(a) == dstring_lower(b); });
+    return text.size() >= start.size() && std::equal(start.begin(), start.end(), text.begin(), [](char a, char b) {
+               return dstring_lower(a) == dstring_lower(b);
+           });
 }
 
 constexpr bool dstring_equal_ignoring_case(std::string_view a, std::string_view b) {

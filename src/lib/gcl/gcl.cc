@@ -11,11 +11,9 @@
 #include <optional>
 #include <string>
 
-#define TOML_ENABLE_FORMATTERS 0
-#include <toml++/toml.h>
-
 #include "er/er.h"
 #include "os/os.h"
+#include "os/toml.h"
 
 namespace {
 

@@ -25,8 +25,8 @@ constexpr unsigned kIdsInBlock = 1U << kIdBits;
 constexpr std::uint64_t kLastBlock = (std::uint64_t{1} << (64 - kIdBits)) - 1;
 constexpr std::string_view kHex = "0123456789abcdef";
 
-// What the process holds of the store: ids that nobody else has, and the file systems to sync, opened before anything is
-// written to them: errors of a device are reported to descriptors that were open when they happened.
+// What the process holds of the store: ids that nobody else has, and the file systems to sync, opened before anything
+// is written to them: errors of a device are reported to descriptors that were open when they happened.
 struct Claim {
     struct FileSystem {
         dev_t device;
@@ -38,11 +38,18 @@ struct Claim {
     std::uint64_t block = 0;
     unsigned used = kIdsInBlock;  // ids of the block that are gone
     std::vector<FileSystem> file_systems;
+    std::array<bool, 512> known_folders{};  // whose file system has been looked at, by folder_number
 };
 
 Claim& claim() {
     static Claim the_claim;
     return the_claim;
+}
+
+// One of the 256 folders of each of the two domains.
+std::size_t folder_number(const ITEM_REF& ref) {
+    const bool temporary = ref.domain == static_cast<std::uint16_t>(im_Domain::temporary);
+    return (temporary ? 256U : 0U) + (ref.file_id & 0xFF);
 }
 
 dev_t device_of(int fd) {
@@ -237,7 +244,10 @@ void im_Item::create_file() {
         if (fd_) {
             on_disk_ = true;
             Claim& c = staked_claim();
-            if (!is_synced(c, device_of(fd_.get()))) sync_folder(c, path.substr(0, path.rfind('/')));
+            if (bool& known = c.known_folders[folder_number(ref_)]; !known) {
+                if (!is_synced(c, device_of(fd_.get()))) sync_folder(c, path.substr(0, path.rfind('/')));
+                known = true;
+            }
             return;
         }
         // EEXIST: ~/sys/ids was lost and the clock set back, or files were copied into the home.
@@ -358,7 +368,7 @@ std::string im_Item::path() {
 
 void im_UnlinkItem(const ITEM_REF& ref) { os_unlink(im_ItemRef2FName(ref)); }
 
-void im_SyncItems() {
+void im_sync_file_systems() {
     for (const Claim::FileSystem& file_system : claim().file_systems)
         if (::syncfs(file_system.folder.get()) != 0) er_SystemEscape(errno, "syncfs");
 }

@@ -21,6 +21,7 @@
 #include <cstdint>
 #include <memory>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 
@@ -122,10 +123,12 @@ private:
 im_Item im_create(im_Domain domain, std::string_view extension);
 inline im_Item im_CrNewDataItem() { return im_create(im_Domain::data, kDataItem); }
 
-// Makes every item that this process has placed durable, and the folders that name it, with one wait: syncfs(2), of
-// each file system that took one (usually there is but one). Raises when the system reports that data was lost.
-void im_SyncItems();
-bool im_syncs_device(dev_t device);  // does im_SyncItems cover this file system?
+// Makes placed items and the folders that name them durable, and what `others` (open descriptors) hold, with one wait: all
+// are started before any is awaited. Very many items, and a kernel without asynchronous syncing, go by syncfs(2), which
+// waits for what other processes wrote as well. Raises when the system reports that data was lost.
+void im_SyncItems(std::span<const ITEM_REF> items, std::span<const int> others);
+void im_sync_file_systems();  // every file system that took an item of this process, whole
+bool im_syncs_device(dev_t device);  // is this one of them?
 
 // Deletes an item by reference; a missing file is no failure.
 void im_UnlinkItem(const ITEM_REF& ref);

@@ -6,11 +6,10 @@
 
 #include "mim/mapping.h"
 
-// Turns an Internet address (RFC 5322, any form that mim_parse_address reads; a byte 0 ends it) into a native name, by the
-// first of these rules that applies:
+// Turns an Internet address (RFC 5322, any form that mim_parse_address reads; a byte 0 ends it) into a native name, by
+// the first of these rules that applies:
 //
-//   1. mapping is on and the mapping directory has an entry whose attribute equals the addr-spec, case ignored: its
-//   name
+//   1. mapping is on and its directory has an entry whose attribute equals the addr-spec, case ignored: its name
 //   2. the local part is an encoded name, "/KEY=value/KEY=value/" (RFC 2156, section 4.1): those fields
 //   3. the domain is local, or there is none: S = the local part or, when it holds exactly one dot with text on both
 //      sides, G and S; O = the domain in lower case

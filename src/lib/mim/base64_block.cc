@@ -3,7 +3,7 @@
 #include "mim/base64_block.h"
 
 #if defined(__x86_64__)
-#include <immintrin.h>
+    #include <immintrin.h>
 #endif
 
 namespace {
@@ -12,7 +12,8 @@ constexpr std::array<std::uint8_t, 256> make_values() {
     constexpr std::string_view alphabet = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
     std::array<std::uint8_t, 256> values{};
     values.fill(kBase64Skip);
-    for (std::size_t i = 0; i < alphabet.size(); ++i) values[static_cast<unsigned char>(alphabet[i])] = static_cast<std::uint8_t>(i);
+    for (std::size_t i = 0; i < alphabet.size(); ++i)
+        values[static_cast<unsigned char>(alphabet[i])] = static_cast<std::uint8_t>(i);
     values['='] = kBase64Pad;
     return values;
 }
@@ -62,7 +63,8 @@ __attribute__((target("avx2"))) bool step_avx2(const char* in, char* out) {
     // Three bytes of each little-endian quad, the highest first; the halves are then joined.
     const __m256i order = _mm256_setr_epi8(2, 1, 0, 6, 5, 4, 10, 9, 8, 14, 13, 12, -1, -1, -1, -1,  //
                                            2, 1, 0, 6, 5, 4, 10, 9, 8, 14, 13, 12, -1, -1, -1, -1);
-    const __m256i packed = _mm256_permutevar8x32_epi32(_mm256_shuffle_epi8(quads, order), _mm256_setr_epi32(0, 1, 2, 4, 5, 6, 7, 7));
+    const __m256i packed =
+        _mm256_permutevar8x32_epi32(_mm256_shuffle_epi8(quads, order), _mm256_setr_epi32(0, 1, 2, 4, 5, 6, 7, 7));
     _mm256_storeu_si256(reinterpret_cast<__m256i*>(out), packed);
     return true;
 }

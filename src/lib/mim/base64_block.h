@@ -1,4 +1,5 @@
-// Base64 at the speed of memory: whole runs of characters of the alphabet (RFC 4648, section 4), nothing else among them.
+// Base64 at the speed of memory: whole runs of characters of the alphabet (RFC 4648, section 4), nothing else among
+// them.
 #pragma once
 
 #include <array>

@@ -210,9 +210,10 @@ private:
 
     Sink sink_;
     LineEnd end_;
-    std::string cut_escape_;                   // "=" or "=X" at the end of a piece
-    std::optional<std::uint64_t> loose_from_;  // where the line's last blanks begin in the item; they go when the line ends
-    bool soft_ = false;                        // "=" stands before those blanks: the line goes on
+    std::string cut_escape_;  // "=" or "=X" at the end of a piece
+    std::optional<std::uint64_t>
+        loose_from_;     // where the line's last blanks begin in the item; they go when the line ends
+    bool soft_ = false;  // "=" stands before those blanks: the line goes on
 };
 
 // text begins with "=". Returns how much of it was used.
@@ -333,14 +334,10 @@ mim_TransferEncoding mim_transfer_encoding(std::string_view field) {
 
 std::unique_ptr<mim_Decoder> mim_make_decoder(mim_TransferEncoding encoding, bool text, im_Item& out) {
     switch (encoding) {
-        case mim_TransferEncoding::base64:
-            return std::make_unique<Base64>(text, out);
-        case mim_TransferEncoding::quoted_printable:
-            return std::make_unique<QuotedPrintable>(text, out);
-        case mim_TransferEncoding::uuencode:
-            return std::make_unique<Uuencode>(text, out);
-        case mim_TransferEncoding::identity:
-            break;
+        case mim_TransferEncoding::base64: return std::make_unique<Base64>(text, out);
+        case mim_TransferEncoding::quoted_printable: return std::make_unique<QuotedPrintable>(text, out);
+        case mim_TransferEncoding::uuencode: return std::make_unique<Uuencode>(text, out);
+        case mim_TransferEncoding::identity: break;
     }
     return std::make_unique<Identity>(text, out);
 }

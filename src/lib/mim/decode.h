@@ -1,8 +1,8 @@
-// Content transfer decodings (RFC 2045, section 6; uuencode as mailers write it). A decoder is fed the lines of a body as
-// they arrive, long ones in pieces cut anywhere, and writes what they stand for into an item.
+// Content transfer decodings (RFC 2045, section 6; uuencode as mailers write it). A decoder is fed the lines of a body
+// as they arrive, long ones in pieces cut anywhere, and writes what they stand for into an item.
 //
-// In a text part every line end becomes LF, a decoded CR LF too; a lone CR stays. Any other part keeps its bytes. The line
-// end before a boundary line belongs to the boundary.
+// In a text part every line end becomes LF, a decoded CR LF too; a lone CR stays. Any other part keeps its bytes. The
+// line end before a boundary line belongs to the boundary.
 //
 //   identity           7bit, 8bit, binary, nothing, and whatever is not known
 //   base64             characters of no meaning are skipped; missing padding yields the octets there are; data after
@@ -35,8 +35,9 @@ class mim_Decoder {
 public:
     virtual ~mim_Decoder() = default;
     virtual void piece(const mim_LinePiece& line) = 0;
-    // Decodes lines at the start of `block`, which begins a line, as far as they are all alike and ordinary; returns how
-    // many bytes it took, whole lines only. A line that begins with "-" or "." is never taken. 0: feed piece() next.
+    // Decodes lines at the start of `block`, which begins a line, as far as they are all alike and ordinary; returns
+    // how many bytes it took, whole lines only. A line that begins with "-" or "." is never taken. 0: feed piece()
+    // next.
     virtual std::size_t lines(std::string_view) { return 0; }
     // The body has ended. `at_boundary`: a boundary line follows, to which the last line end belongs.
     virtual void finish(bool at_boundary) = 0;

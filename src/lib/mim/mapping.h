@@ -5,7 +5,7 @@
 #include <string>
 #include <string_view>
 
-// The directory session of a process and its mapping directory. Without either: as it is made.
+// The directory session of a process and its mapping directory. Handles are 0 where there is none.
 struct mim_Mapping {
     std::int16_t DirHandle = 0;     // directory session
     bool MapConfigOn = false;       // name mapping is configured

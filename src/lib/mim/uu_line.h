@@ -9,8 +9,8 @@ inline constexpr std::size_t kUuMostBytes = 63;  // the largest count
 // What mim_uu_decode_line may write to: the bytes, and the excess of the last group of eight characters.
 inline constexpr std::size_t kUuRoom = 68;
 
-// Decodes a line without its line end into `out` (kUuRoom bytes) and returns how many bytes it stands for. What the line
-// lacks is zero bits, what it has beyond its count is ignored; a line without any character stands for none.
+// Decodes a line without its line end into `out` (kUuRoom bytes) and returns how many bytes it stands for. What the
+// line lacks is zero bits, what it has beyond its count is ignored; a line without any character stands for none.
 std::size_t mim_uu_decode_line(std::string_view line, char* out);
 
 // "begin <mode> <name>": does the line open an item? Mode: three octal digits, or more characters up to a blank.

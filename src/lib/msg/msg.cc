@@ -78,6 +78,12 @@ void Msg_File::finish(tf_File main) {
     item_.place();
 }
 
+void Msg_File::list_files(std::vector<ITEM_REF>& files) const {
+    files.push_back(item_.ref());
+    files.push_back(main_);
+    files.insert(files.end(), files_.begin(), files_.end());
+}
+
 void Msg_File::keep() {
     item_.keep();
     kept_ = true;

@@ -26,6 +26,7 @@ public:
     void attach(im_Item item);  // places it: it is a file from now on
     // Puts the main transfer file first, writes the message file and places everything. Nothing is synced.
     void finish(tf_File main);
+    void list_files(std::vector<ITEM_REF>& files) const;  // appends its own, the main and the attached ones
     void keep();  // queued: nothing is deleted any more
 
 private:

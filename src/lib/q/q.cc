@@ -2,7 +2,6 @@
 #include "q/q.h"
 
 #include <fcntl.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -18,7 +17,6 @@ namespace {
 struct Folders {
     std::string path;
     os_Fd tmp, fresh;
-    bool synced_with_items = false;  // im_SyncItems covers its file system
 };
 
 std::map<std::string, Folders, std::less<>>& open_queues() {
@@ -35,8 +33,6 @@ Folders& folders_of(std::string_view queue) {
     folders.path = path;
     folders.tmp = os_open(path + "/tmp", O_RDONLY | O_DIRECTORY);
     folders.fresh = os_open(path + "/new", O_RDONLY | O_DIRECTORY);
-    struct stat info {};
-    folders.synced_with_items = ::fstat(folders.tmp.get(), &info) == 0 && im_syncs_device(info.st_dev);
     return queues.insert_or_assign(std::string(queue), std::move(folders)).first->second;
 }
 
@@ -64,6 +60,13 @@ std::string entry_content(std::span<Msg_File* const> messages, int priority) {
     return content;
 }
 
+// Every file that the messages consist of.
+std::vector<ITEM_REF> files_of(std::span<Msg_File* const> messages) {
+    std::vector<ITEM_REF> files;
+    for (const Msg_File* message : messages) message->list_files(files);
+    return files;
+}
+
 // The entry while it lies in tmp/: removed again unless it was committed.
 class Draft {
 public:
@@ -78,10 +81,9 @@ public:
     Draft& operator=(const Draft&) = delete;
 
     void write(std::string_view content) { os_write_all(fd_.get(), content); }
-    void sync() {
-        im_SyncItems();
-        if (folders_.synced_with_items) return;
-        os_fsync(fd_.get());
+    void sync(std::span<const ITEM_REF> items) {
+        const int entry[] = {fd_.get()};
+        im_SyncItems(items, entry);
     }
     void close() { fd_.close_checked(); }
     void commit() {
@@ -108,7 +110,7 @@ void Q_PutMsgsOnQueue(std::string_view queue, std::span<Msg_File* const> message
     const bool durable = cust_GetBoolean("QUEUE_SYNC", true);
     Draft draft(folders, entry_name(priority));
     draft.write(entry_content(messages, priority));
-    if (durable) draft.sync();
+    if (durable) draft.sync(files_of(messages));
     draft.close();
     draft.commit();
     for (Msg_File* message : messages) message->keep();

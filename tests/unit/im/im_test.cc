@@ -2,6 +2,7 @@
 #include "im/im.h"
 
 #include <fcntl.h>
+#include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -643,7 +644,31 @@ TEST_F(Im, TheStoresFileSystemIsSynced) {
     ASSERT_EQ(::stat(item.path().c_str(), &info), 0);
     EXPECT_TRUE(im_syncs_device(info.st_dev));
     EXPECT_FALSE(im_syncs_device(~info.st_dev));
-    im_SyncItems();
+    im_sync_file_systems();
+}
+
+TEST_F(Im, ItemsAreSyncedTogetherWithWhatElseIsOpen) {
+    std::vector<im_Item> items;
+    std::vector<ITEM_REF> refs;
+    const os_Fd other(::memfd_create("other", 0));
+    const int others[] = {other.get()};
+    for (const std::size_t count : {0U, 1U, 31U, 32U, 100U}) {  // on both sides of what goes at once
+        while (items.size() < count) {
+            items.push_back(im_CrNewDataItem());
+            items.back().write("x");
+            items.back().place();
+            refs.push_back(items.back().ref());
+        }
+        EXPECT_NO_THROW(im_SyncItems(refs, others)) << count;
+    }
+}
+
+TEST_F(Im, AnItemThatIsNotThereCannotBeSynced) {
+    im_Item item = im_CrNewDataItem();
+    item.place();
+    const ITEM_REF refs[] = {item.ref()};
+    ASSERT_EQ(::unlink(item.path().c_str()), 0);
+    EXPECT_THROW(im_SyncItems(refs, {}), er_Escape);
 }
 
 // data/1 may be a mount or a link: what counts is where the files are.
@@ -663,7 +688,9 @@ TEST_F(Im, ADomainOnAnotherFileSystemIsSyncedToo) {
         EXPECT_FALSE(im_syncs_device(there.st_dev)) << "nothing was written there yet";
         item.place();
         EXPECT_TRUE(im_syncs_device(there.st_dev));
-        im_SyncItems();
+        const ITEM_REF refs[] = {item.ref()};
+        im_SyncItems(refs, {});
+        im_sync_file_systems();
     }
     fs::remove_all(other);
     if (here.st_dev == there.st_dev) GTEST_SKIP() << "one file system only";

@@ -151,4 +151,13 @@ TEST_F(DelimiterTest, AShortOrMissingFileIsSaid) {
     EXPECT_EQ(reason(), ENOENT);
 }
 
+TEST_F(DelimiterTest, AFileWithoutPositionsIsSaid) {
+    int ends[2];
+    ASSERT_EQ(::pipe(ends), 0);
+    std::filesystem::create_symlink("/proc/self/fd/" + std::to_string(ends[0]), home_ / "sys/config");
+    EXPECT_EQ(reason(), 1421);
+    ::close(ends[0]);
+    ::close(ends[1]);
+}
+
 }  // namespace

@@ -91,7 +91,7 @@ TEST_F(Driver, APlainMessageWhole) {
     EXPECT_EQ(message.records,
               (Lines{"1100 class 0 type 0 flags 1024 hops 0", "13000 1795168800 0", "11100 Hi",
                      "13100 m(a)far.example | m(a)far.example", "10000 " + far("sender"), "10005 " + far("author"),
-                     "30700 1 inetMessageHeader 135", "30500 1166 kind 2 size 0 Hi", "30500 1167 kind 0 size 7 Hi",
+                     "30700 1 inetMessageHeader 131", "30500 1166 kind 2 size 0 Hi", "30500 1167 kind 0 size 7 Hi",
                      "40000 32 1 " + far("reader")}));
     ASSERT_EQ(message.files.size(), 2U);
     EXPECT_EQ(message.list(), (Lines{"1100 class 2 type 1000 flags 1024 hops 0", "20010 flags 1 total 2 1 1 0 0 0 0",

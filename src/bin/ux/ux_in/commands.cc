@@ -87,10 +87,11 @@ ux_MailCommand ux_InGetSMTPCommand(std::string_view pCommandLine) {
 
 ux_KeywordLine ux_InParseCommandLine(std::string_view pInputBuff) {
     const er_Trace trace("ux_InParseCommandLine");
-    const std::size_t stop = pInputBuff.find_first_of(std::string_view(":\n\0", 3));
-    if (stop == std::string_view::npos || pInputBuff[stop] != ':') return {false, pInputBuff.substr(0, stop), {}};
-    const std::string_view value = pInputBuff.substr(stop + 1);
-    return {true, pInputBuff.substr(0, stop), value.substr(0, value.find_first_of(std::string_view("\n\0", 2)))};
+    std::string_view text = pInputBuff.substr(0, pInputBuff.find('\n'));
+    text = text.substr(0, text.find('\0'));
+    const std::size_t colon = text.find(':');
+    if (colon == std::string_view::npos) return {false, text, {}};
+    return {true, text.substr(0, colon), text.substr(colon + 1)};
 }
 
 void ux_InSetDelimChars() {

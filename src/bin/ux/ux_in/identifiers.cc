@@ -38,9 +38,13 @@ static_assert(FromMap.size() == ToMap.size());
 
 constexpr bool is_digit(char c) { return c >= '0' && c <= '9'; }
 constexpr bool is_letter(char c) { return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z'); }
-constexpr bool is_printable(char c) {
-    return is_letter(c) || is_digit(c) || std::string_view(" '()+-/:=?.,").find(c) != std::string_view::npos;
-}
+constexpr auto kPrintable = [] {
+    std::array<bool, 256> set{};
+    for (int c = 0; c < 256; ++c) set[c] = is_letter(static_cast<char>(c)) || is_digit(static_cast<char>(c));
+    for (const char c : std::string_view(" '()+-/:=?.,")) set[static_cast<unsigned char>(c)] = true;
+    return set;
+}();
+constexpr bool is_printable(char c) { return kPrintable[static_cast<unsigned char>(c)]; }
 
 bool begins_with_own_domain(std::string_view text) {
     return text.size() >= kOwnDomain.size() &&

@@ -3,7 +3,6 @@
 // and then a blank line, are dropped.
 #include "ux_in/plain_body.h"
 
-#include <cstring>
 #include <optional>
 #include <string>
 #include <utility>
@@ -19,6 +18,8 @@
 
 namespace {
 
+constexpr std::string_view kBeginWord = "begin ";
+constexpr std::size_t kOrdinaryWindow = 4096;
 constexpr int kTextNotWritten = 1412;
 constexpr int kUuencodedItemFound = 1513;
 constexpr int kTextPartMade = 1520;
@@ -36,8 +37,11 @@ private:
     void next_info();
     void take_item(const std::string& RawItemSubject);
     void take_text(const ux_MailText& line);
+    void take_ordinary_lines();
+    std::size_t ordinary_lines(std::string_view ahead) const;
     std::string_view converted(std::string_view text, bool whole);
     void append_text(std::string_view text, bool line_end);
+    void write_text(std::string_view text);
     void open_text();
     void close_text(bool more_parts);
     bool convert_part(ux_ContentItem& part, bool AsciiFile);
@@ -75,6 +79,7 @@ PlainBody::PlainBody(const ux_UnixMsgContent& content)
 
 void PlainBody::convert() {
     while (!content_.EndOfMsg) {
+        take_ordinary_lines();
         const ux_MailText line = ux_InReadMailText();
         if (line.is_end) {
             content_.EndOfMsg = true;
@@ -108,6 +113,7 @@ std::optional<std::string> PlainBody::item_name(const ux_MailText& line) {
         uudecode_ = false;
         return std::nullopt;
     }
+    if (!line.text.starts_with(kBeginWord)) return std::nullopt;
     std::optional<std::string> name = ux_InIsUuencodeMarker(line.text);
     if (name)
         for (bool whole = line.whole; !whole;) whole = ux_InReadMailText().whole;
@@ -135,6 +141,40 @@ void PlainBody::take_item(const std::string& RawItemSubject) {
     Skip1BlankLine_ = false;
 }
 
+// Where the first line of `lines` that begins with `start` stands, or the end.
+std::size_t find_line(std::string_view lines, std::string_view start) {
+    if (lines.starts_with(start)) return 0;
+    const std::size_t found = lines.find("\n" + std::string(start));
+    return found == std::string_view::npos ? lines.size() : found + 1;
+}
+
+// How much of what lies ready is whole lines of text that are stored as they stand: no line end but LF, no NUL, no dot
+// and no word at a line start that means something. Only a window is looked at: what is found odd in it is looked at
+// again with the next line.
+std::size_t PlainBody::ordinary_lines(std::string_view ahead) const {
+    ahead = ahead.substr(0, kOrdinaryWindow);
+    for (const char odd : {'\r', '\0'}) ahead = ahead.substr(0, ahead.find(odd));
+    ahead = ahead.substr(0, ahead.rfind('\n') + 1);  // npos + 1 is 0: not one whole line
+    ahead = ahead.substr(0, find_line(ahead, "."));
+    if (uudecode_) ahead = ahead.substr(0, find_line(ahead, kBeginWord));
+    if (uudecode_ && stop_text_) ahead = ahead.substr(0, find_line(ahead, *stop_text_));
+    return ahead.size();
+}
+
+// Most text needs no look at its lines one by one: it goes from the reader's buffer into the item's as it is.
+void PlainBody::take_ordinary_lines() {
+    if (!text_ || convert_lines_ || Skip1EndLine_ || Skip1BlankLine_) return;
+    ux_LineReader& input = ux_Input();
+    std::string_view lines = input.lines_ahead();
+    while (const std::size_t count = ordinary_lines(lines)) {
+        const std::string_view ordinary = lines.substr(0, count);
+        AsciiSoFar_ = AsciiSoFar_ && ccs_Is7BitAscii(ordinary);
+        write_text(ordinary);
+        input.take_lines(count);
+        lines.remove_prefix(count);
+    }
+}
+
 void PlainBody::take_text(const ux_MailText& line) {
     if (!text_) open_text();
     const std::string_view text = line.unstuffed();
@@ -153,11 +193,13 @@ std::string_view PlainBody::converted(std::string_view text, bool whole) {
 }
 
 void PlainBody::append_text(std::string_view text, bool line_end) {
+    write_text(text);
+    if (line_end) write_text("\n");
+}
+
+void PlainBody::write_text(std::string_view text) {
     try {
-        char* const room = text_.room(text.size() + 1);
-        std::memcpy(room, text.data(), text.size());
-        room[text.size()] = '\n';
-        text_.advance(text.size() + (line_end ? 1 : 0));
+        text_.write(text);
     } catch (const er_Escape& escape) {
         er_TracedEscape(kGatewayGroup, kTextNotWritten, escape.what());
     }

@@ -9,7 +9,8 @@ namespace ux {
 
 std::string_view SavedHeader::line() {
     const std::string_view raw = reader_.line(kTextLineLimit).value_or(std::string_view{});
-    return raw.substr(0, raw.find_first_of("\r\n"));
+    const std::string_view text = raw.substr(0, raw.find('\r'));
+    return text.substr(0, text.find('\n'));
 }
 
 bool SavedHeader::next() {

@@ -16,6 +16,19 @@ std::size_t append_line(std::string_view line, im_Item& item) {
     return count;
 }
 
+// Full lines at the front of what lies ready, as far as they are nothing but that: "M", sixty characters, a line end.
+void append_full_lines(ux_LineReader& input, im_Item& item) {
+    constexpr std::size_t characters = 1 + kUuFullLine / 3 * 4;
+    std::string_view ahead = input.lines_ahead();
+    const std::size_t ready = ahead.size();
+    while (ahead.size() > characters + 1 && ahead.front() == 'M') {
+        const std::size_t line_end = ahead[characters] == '\n' ? 1 : ahead.substr(characters, 2) == "\r\n" ? 2 : 0;
+        if (line_end == 0 || append_line(ahead.substr(0, characters), item) != kUuFullLine) break;
+        ahead.remove_prefix(characters + line_end);
+    }
+    input.take_lines(ready - ahead.size());
+}
+
 // The closing line of an item. Read as data it would be five bytes.
 bool closes_item(const ux_MailText& line) { return line.at_start && line.whole && line.text == "end"; }
 
@@ -28,13 +41,14 @@ std::optional<std::string> ux_InIsUuencodeMarker(std::string_view pTextLine) {
     const std::size_t mode = pTextLine.find(' ') + 1;
     const std::size_t blank = pTextLine.find(' ', mode);  // whatever stands before it, a longer mode say, is skipped
     return std::string(blank == std::string_view::npos ? std::string_view()
-                                                        : pTextLine.substr(blank + 1, kUuencodedNameLimit));
+                                                       : pTextLine.substr(blank + 1, kUuencodedNameLimit));
 }
 
 im_Item ux_InUudecodeItem(ux_LineReader& pEncodedMsg, bool& pEndOfMsg) {
     const er_Trace trace("ux_InUudecodeItem");
     im_Item item = im_CrNewDataItem();
     for (;;) {
+        append_full_lines(pEncodedMsg, item);
         const ux_MailText line = pEncodedMsg.text(kUuencodedLineLimit);
         if (line.is_end) {
             pEndOfMsg = true;

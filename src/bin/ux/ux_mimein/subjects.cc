@@ -2,6 +2,7 @@
 #include "ux_mimein/subjects.h"
 
 #include <optional>
+#include <utility>
 
 #include "ccs/ccs.h"
 #include "cvc/cvc.h"
@@ -49,7 +50,8 @@ std::string build_plain(std::string_view subject) {
 
 // An encoded subject stays as it is. Before any MIME entity it also settles that MIME input has begun.
 std::string keep_encoded(std::string_view subject) {
-    ux_mime_input().GotMimeSteering = true;
+    ux_MimeInputState& input = ux_mime_input();
+    if (!std::exchange(input.GotMimeSteering, true)) input.mimfp = nullptr;  // the dialogue's own input
     return std::string(subject);
 }
 

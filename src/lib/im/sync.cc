@@ -1,0 +1,107 @@
+// Making items durable: see im_SyncItems in im.h.
+//
+// A disk takes about as long for one wait as for many that overlap, and each file waited for by itself costs a flush of
+// its own. So the kernel is handed all files at once (io_uring) and then asked for all answers. On a machine that other
+// processes kept busy that took half a millisecond a message, where syncfs(2), which has to wait for the others' data
+// too, took five, and one fsync(2) after another thirty. Asynchronous requests of the older kind (io_submit) are as
+// quick, but hold up the end of the process for 20 ms.
+#include <fcntl.h>
+#include <liburing.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <string>
+#include <vector>
+
+#include "er/er.h"
+#include "im/im.h"
+
+namespace {
+
+constexpr unsigned kAtOnce = 64;  // files and folders; a message of more is as well off with syncfs
+
+// The kernel's queue of requests; made with the first message, good for the process.
+class SyncRing {
+public:
+    SyncRing() : process_(::getpid()), usable_(::io_uring_queue_init(kAtOnce, &ring_, 0) == 0) {}
+    ~SyncRing() {
+        if (usable_) ::io_uring_queue_exit(&ring_);
+    }
+    SyncRing(const SyncRing&) = delete;
+    SyncRing& operator=(const SyncRing&) = delete;
+
+    // Syncs all descriptors. False when the kernel does not offer this: nothing has happened then.
+    bool sync(std::span<const int> files);
+
+private:
+    void await(unsigned count);
+
+    io_uring ring_{};
+    pid_t process_;  // a forked child must not use its parent's
+    bool usable_;
+};
+
+bool SyncRing::sync(std::span<const int> files) {
+    if (!usable_ || files.size() > kAtOnce || process_ != ::getpid()) return false;
+    for (const int file : files) ::io_uring_prep_fsync(::io_uring_get_sqe(&ring_), file, 0);
+    const int submitted = ::io_uring_submit(&ring_);
+    if (submitted > 0) await(static_cast<unsigned>(submitted));
+    if (submitted == static_cast<int>(files.size())) return true;
+    ::io_uring_queue_exit(&ring_);  // whatever it did not take must not be taken later
+    usable_ = false;
+    return false;
+}
+
+// Every answer is fetched before a failure is raised: none must be left for the next message.
+void SyncRing::await(unsigned count) {
+    int failure = 0;
+    while (count > 0) {
+        io_uring_cqe* answer = nullptr;
+        const int result = ::io_uring_wait_cqe(&ring_, &answer);
+        if (result == -EINTR) continue;
+        if (result < 0) er_SystemEscape(-result, "io_uring");
+        if (answer->res < 0) failure = -answer->res;
+        ::io_uring_cqe_seen(&ring_, answer);
+        --count;
+    }
+    if (failure != 0) er_SystemEscape(failure, "fsync");
+}
+
+// The items' files and the folders that they stand in, each once.
+class OpenFiles {
+public:
+    explicit OpenFiles(std::span<const ITEM_REF> items) {
+        std::vector<std::string> folders;
+        for (const ITEM_REF& item : items) {
+            const std::string path = im_ItemRef2FName(item);
+            files_.push_back(os_open(path, O_RDONLY));
+            std::string folder = path.substr(0, path.rfind('/'));
+            if (std::find(folders.begin(), folders.end(), folder) == folders.end())
+                folders.push_back(std::move(folder));
+        }
+        for (const std::string& folder : folders) files_.push_back(os_open(folder, O_RDONLY | O_DIRECTORY));
+    }
+    std::vector<int> descriptors() const {
+        std::vector<int> all;
+        for (const os_Fd& file : files_) all.push_back(file.get());
+        return all;
+    }
+
+private:
+    std::vector<os_Fd> files_;
+};
+
+}  // namespace
+
+void im_SyncItems(std::span<const ITEM_REF> items, std::span<const int> others) {
+    static SyncRing ring;
+    if (2 * items.size() + others.size() <= kAtOnce) {  // no item needs more than a folder of its own
+        const OpenFiles files(items);
+        std::vector<int> all = files.descriptors();
+        all.insert(all.end(), others.begin(), others.end());
+        if (ring.sync(all)) return;
+    }
+    im_sync_file_systems();
+    for (const int file : others) os_fsync(file);
+}
