@@ -15,6 +15,8 @@
 #include <functional>
 #include <memory>
 #include <optional>
+#include <unordered_set>
+#include <utility>
 #include <vector>
 
 #include "cust/cust.h"
@@ -152,7 +154,9 @@ private:
     void ask_who_is_at_work();
 
     void check_queues();
-    void check_entry(const std::string& queue, const EntryName& entry);
+    void check_queue(const std::string& queue);
+    bool check_entry(const std::string& queue, const EntryName& entry);
+    bool read_and_check(const std::string& path, Words& found);
     void check_message(const QueuedMessage& queued, Words& found);
     void check_attachments(const MessageFile& message, const std::vector<Content>& contents, Words& found);
     bool claim(const ITEM_REF& ref, const std::string& owner, Words& found);
@@ -169,6 +173,7 @@ private:
     const Screen& screen_;
     FsckResult result_;
     std::vector<StoreFile> store_;  // in order, once listed
+    bool blind_ = false;            // what an entry or a message leads to could not be read
 };
 
 void Check::check_layout() {
@@ -307,49 +312,65 @@ void Check::check_attachments(const MessageFile& message, const std::vector<Cont
 
 void Check::check_message(const QueuedMessage& queued, Words& found) {
     ++result_.messages;
+    const bool was_blind = blind_;
     const std::string path = im_ItemRef2FName(queued.message);
+    blind_ = true;  // until the message file has been read
     if (!claim(queued.message, "the entry", found)) return;
     const MessageFile message = read_message(path);
+    blind_ = was_blind;
     if (message.version != 1) found.push_back(below_home(path) + ": format version " + std::to_string(message.version));
-    std::vector<Content> contents;
-    if (claim(message.files.front(), below_home(path), found))
-        contents = check_records(im_ItemRef2FName(message.files.front()), found);
-    check_attachments(message, contents, found);
+    if (claim(message.files.front(), below_home(path), found)) {
+        check_attachments(message, check_records(im_ItemRef2FName(message.files.front()), found), found);
+    } else {
+        for (std::size_t number = 1; number < message.files.size(); ++number)
+            claim(message.files[number], below_home(path), found);
+    }
 }
 
-// An entry that a consumer finished while we looked has no faults: its files go after it.
-void Check::check_entry(const std::string& queue, const EntryName& entry) {
-    const std::string path = entry_path(queue, entry);
-    Words found;
-    ++result_.entries;
+// What is wrong with an entry that was there goes to `found`. False: it has gone, taken or done by a consumer.
+bool Check::read_and_check(const std::string& path, Words& found) {
+    const bool was_blind = std::exchange(blind_, true);  // until it is known what it leads to
     try {
-        for (const QueuedMessage& queued : read_entry(path)) check_message(queued, found);
+        const std::vector<QueuedMessage> messages = read_entry(path);
+        blind_ = was_blind;
+        for (const QueuedMessage& queued : messages) check_message(queued, found);
     } catch (const Failure& failure) {
         found.push_back(below_home(failure.what()));
     } catch (const er_Escape& escape) {
         if (escape.group() != kSystemGroup) throw;
         found.push_back(below_home(told(escape)));
     }
-    if (found.empty()) return;
-    EntryName other = entry;
-    other.taken = !entry.taken;
-    if (!os_fexists(path) && !os_fexists(entry_path(queue, other))) return;
-    for (const std::string& text : found) damage(below_home(path) + ": " + text);
+    if (found.empty() || os_fexists(path)) return true;
+    blind_ = was_blind;  // faults of an entry that goes while we look are none: its files go after it
+    return false;
 }
 
-// new/ before cur/: an entry that is taken meanwhile is then seen, perhaps twice, never not at all.
+bool Check::check_entry(const std::string& queue, const EntryName& entry) {
+    const std::string path = entry_path(queue, entry);
+    Words found;
+    if (!read_and_check(path, found)) return false;
+    ++result_.entries;
+    for (const std::string& text : found) damage(below_home(path) + ": " + text);
+    return true;
+}
+
+// new/ before cur/: an entry that is taken meanwhile is seen in one of them, and checked once.
+void Check::check_queue(const std::string& queue) {
+    std::unordered_set<std::size_t> checked;  // hashes of names
+    for (const bool taken : {false, true}) {
+        std::vector<std::string> names;
+        for_each_name(entry_path(queue, {"", taken}), [&](const char* name, bool) { names.emplace_back(name); });
+        for (const std::string& name : names) {
+            const std::size_t hash = std::hash<std::string>{}(name);
+            if (!checked.contains(hash) && check_entry(queue, {name, taken})) checked.insert(hash);
+        }
+    }
+    check_drafts(queue);
+}
+
 void Check::check_queues() {
     for_each_name(os_HomePath("~/queues"), [&](const char* queue, bool is_folder) {
-        if (!is_folder) return;
-        std::vector<std::string> waiting;
-        const auto visit = [&](bool taken) {
-            for_each_name(entry_path(queue, {"", taken}), [&](const char* name, bool) { waiting.emplace_back(name); });
-            for (const std::string& name : waiting) check_entry(queue, {name, taken});
-            waiting.clear();
-        };
-        visit(false);
-        visit(true);
-        check_drafts(queue);
+        if (is_folder) check_queue(queue);
     });
 }
 
@@ -403,11 +424,15 @@ void Check::reclaim(const std::string& path) {
     ++result_.reclaimed;
 }
 
+// Where damage hides what leads where, a file that nothing leads to may be mail: it is no leaving until that is
+// settled.
 void Check::sort_out_orphans() {
     for (const StoreFile& file : store_) {
         if (file.claims != 0) continue;
         if (file.in_hand) {
             ++result_.living;
+        } else if (blind_) {
+            ++result_.unclear;
         } else {
             reclaim(im_ItemRef2FName(ref_of(file)));
         }
@@ -423,6 +448,8 @@ void Check::summarise() {
     out_ << (result_.damage == 0 ? screen_.paint(Ink::good, "no damage")
                                  : screen_.paint(Ink::damage, counted(result_.damage, "damage", "damages")));
     if (result_.living > 0) out_ << ", " << counted(result_.living, "file", "files") << " of processes at work";
+    if (result_.unclear > 0)
+        out_ << ", " << counted(result_.unclear, "file", "files") << " left alone that may belong to what is damaged";
     if (result_.foreign > 0) out_ << ", " << counted(result_.foreign, "foreign file", "foreign files");
     if (result_.reclaimable > 0)
         out_ << ", " << counted(result_.reclaimable, "file", "files")

@@ -25,6 +25,7 @@ struct FsckResult {
     std::uint64_t damage = 0;
     std::uint64_t reclaimable = 0, reclaimable_bytes = 0, reclaimed = 0;
     std::uint64_t living = 0;   // files of processes at work
+    std::uint64_t unclear = 0;  // files that nothing leads to while damage hides what leads where
     std::uint64_t foreign = 0;  // files that are none of the store's
 };
 

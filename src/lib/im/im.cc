@@ -84,14 +84,26 @@ Claim& staked_claim() {
 }
 
 // Locks belong to the open file, not to the process: they end when its last descriptor is closed, however that happens.
-void set_lock(int ids, short type, std::uint64_t byte) {
+struct flock lock_of(short type, std::uint64_t byte) {
     struct flock lock {};
     lock.l_type = type;
     lock.l_whence = SEEK_SET;
     lock.l_start = static_cast<off_t>(byte);
     lock.l_len = 1;
+    return lock;
+}
+
+void set_lock(int ids, short type, std::uint64_t byte) {
+    struct flock lock = lock_of(type, byte);
     while (::fcntl(ids, F_OFD_SETLKW, &lock) != 0)
         if (errno != EINTR) er_SystemEscape(errno, os_HomePath(kIdsFile));
+}
+
+bool locked(int ids, std::uint64_t byte) {
+    struct flock lock = lock_of(F_WRLCK, byte);
+    if (::fcntl(ids, F_OFD_SETLK, &lock) == 0) return true;
+    if (errno == EAGAIN || errno == EACCES) return false;
+    er_SystemEscape(errno, os_HomePath(kIdsFile));
 }
 
 // While it lives, no other process reads or writes the number of the last block.
@@ -124,11 +136,11 @@ std::uint64_t last_block(int ids) {
 
 void take_block(Claim& c) {
     const CounterLock lock(c.ids.get());
-    const std::uint64_t block = std::max(last_block(c.ids.get()) + 1, milliseconds_since_2020());
+    std::uint64_t block = std::max(last_block(c.ids.get()) + 1, milliseconds_since_2020());
+    while (!locked(c.ids.get(), block)) ++block;  // a living process has it: sys/ids is not what it was
     std::string bytes;
     for (int shift = 56; shift >= 0; shift -= 8) bytes += static_cast<char>(block >> shift & 0xFF);
     os_pwrite_all(c.ids.get(), bytes, 0);
-    set_lock(c.ids.get(), F_WRLCK, block);
     c.block = block;
     c.used = 0;
 }
@@ -172,11 +184,7 @@ std::optional<ITEM_REF> im_FName2ItemRef(std::string_view path) {
 bool im_maker_lives(std::uint64_t file_id) {
     const os_Fd ids = os_open_if_there(kIdsFile, O_RDONLY);
     if (!ids) return false;
-    struct flock lock {};
-    lock.l_type = F_WRLCK;
-    lock.l_whence = SEEK_SET;
-    lock.l_start = static_cast<off_t>(file_id >> kIdBits);
-    lock.l_len = 1;
+    struct flock lock = lock_of(F_WRLCK, file_id >> kIdBits);
     return ::fcntl(ids.get(), F_OFD_GETLK, &lock) != 0 || lock.l_type != F_UNLCK;
 }
 

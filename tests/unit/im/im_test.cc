@@ -13,6 +13,7 @@
 #include <functional>
 #include <map>
 #include <set>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -531,6 +532,34 @@ TEST_F(Im, IdsOfManyProcessesDiffer) {
     EXPECT_EQ(ids.size(), std::size_t{kProcesses} * kItems);
 }
 
+// All at once, each for block after block, and gone at once, so that its locks protect nothing.
+TEST_F(Im, BlocksOfManyProcessesDiffer) {
+    constexpr int kProcesses = 16, kBlocks = 60;
+    int start[2];
+    ASSERT_EQ(::pipe(start), 0);
+    std::vector<pid_t> children;
+    for (int n = 0; n < kProcesses; ++n)
+        children.push_back(start_child([&] {
+            ::close(start[1]);
+            char byte;
+            os_read(start[0], &byte, 1);  // until the parent lets go
+            const os_Fd found = os_open("~/tmp/blocks", O_WRONLY | O_CREAT | O_APPEND);
+            for (int i = 0; i < kBlocks; ++i) {
+                os_SetHome(home_.path() + (i % 2 == 0 ? "/." : ""));  // another home: the claim is given up
+                const std::uint64_t block = im_CrNewDataItem().ref().file_id >> 12;
+                os_write_all(found.get(), std::to_string(block) + '\n');
+            }
+            return 0;
+        }));
+    ::close(start[0]);
+    ::close(start[1]);
+    for (const pid_t child : children) EXPECT_EQ(await_child(child), 0);
+    std::set<std::string> blocks;
+    std::istringstream lines(home_.read("tmp/blocks"));
+    for (std::string line; std::getline(lines, line);) EXPECT_TRUE(blocks.insert(line).second) << line;
+    EXPECT_EQ(blocks.size(), std::size_t{kProcesses} * kBlocks);
+}
+
 // A child that goes on without a new program has its parent's memory, but not its ids.
 TEST_F(Im, AForkedChildTakesOtherIds) {
     const std::uint64_t parent = im_CrNewDataItem().ref().file_id;
@@ -580,6 +609,14 @@ TEST_F(Im, NeitherAClockThatIsSetBackNorALostFileRepeatsAnId) {
     EXPECT_NEAR(static_cast<double>(block_after(home_, bytes("FF"))), static_cast<double>(now), 60'000) << "cut";
     EXPECT_NEAR(static_cast<double>(block_after(home_, bytes("FFFFFFFF FFFFFFFF"))), static_cast<double>(now), 60'000)
         << "damaged: no id could hold it";
+}
+
+TEST_F(Im, ABlockOfALivingProcessIsPassedOver) {
+    const std::string stored = bytes("00000FFF 00000000");  // far ahead of the clock
+    home_.write("sys/ids", stored);
+    const std::uint64_t own = im_CrNewDataItem().ref().file_id >> 12;
+    EXPECT_EQ(own, 0x00000FFF00000001U);
+    EXPECT_EQ(block_after(home_, stored), own + 1) << "sys/ids was put back, from a copy say";
 }
 
 TEST_F(Im, AnIdWhoseFileIsThereIsPassedOver) {

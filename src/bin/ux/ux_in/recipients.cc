@@ -33,6 +33,8 @@ void index_entry(ux_RecipientIndex& index, const RecipientInfo& entry, std::size
 }
 
 void complete_index(ux_RecipientState& state) {
+    if (state.index.indexed == state.gRecipList.count()) return;
+    state.index.names.reserve(state.gRecipList.count());
     for (; state.index.indexed < state.gRecipList.count(); ++state.index.indexed)
         index_entry(state.index, state.gRecipList[state.index.indexed], state.index.indexed);
 }
