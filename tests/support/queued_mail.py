@@ -3,15 +3,20 @@ was sent."""
 
 import re
 import struct
-from dataclasses import dataclass
+from dataclasses import dataclass, field
 
 from gateway_home import RECORD_MESSAGE_FILE, item_path, records
 
+RECORD_HEADER = 1100
 RECORD_CREATOR = 10000
+RECORD_MESSAGE_ID = 13100
 RECORD_OBJECT = 30700
 RECORD_RECIPIENT = 40000
 
+HEADER_FLAGS_AT = 24
+MESSAGE_ID_AT = 18
 CREATOR_NAME_AT = 36
+RECIPIENT_FLAGS_AT = 16
 RECIPIENT_STRINGS_AT = 22
 OBJECT_LENGTH_AT, OBJECT_NAME_AT = 20, 24
 
@@ -46,6 +51,9 @@ class QueuedMail:
     recipients: list  # Internet addresses of the recipient records, in order
     header: bytes  # the stored header, CR LF line ends
     parts: list  # contents of the body parts
+    flags: int = 0  # of the header record
+    transport_id: str = ""
+    recipient_flags: list = field(default_factory=list)
 
     def field(self, name):
         """Value of a header field, unfolded; None when there is none."""
@@ -65,10 +73,15 @@ def read_message(home, message_file):
     transfer, _lists, *parts = files
     mail = QueuedMail("", [], b"", [part.read_bytes() for part in parts])
     for kind, record in records(transfer.read_bytes()):
-        if kind == RECORD_CREATOR:
+        if kind == RECORD_HEADER:
+            (mail.flags,) = struct.unpack_from(">i", record, HEADER_FLAGS_AT)
+        elif kind == RECORD_MESSAGE_ID:
+            mail.transport_id = strings(record, MESSAGE_ID_AT, 2)[0][1].decode(errors="replace")
+        elif kind == RECORD_CREATOR:
             mail.sender = address(strings(record, CREATOR_NAME_AT)[0][0])
         elif kind == RECORD_RECIPIENT:
             mail.recipients.append(address(strings(record, RECIPIENT_STRINGS_AT, 3)[0][2]))
+            mail.recipient_flags += struct.unpack_from(">H", record, RECIPIENT_FLAGS_AT)
         elif kind == RECORD_OBJECT:
             name, content = object_content(record)
             if name == b"inetMessageHeader":

@@ -12,6 +12,7 @@
 #include "er/er.h"
 #include "ext/ext.h"
 #include "morvane/failure.h"
+#include "morvane/json_text.h"
 #include "morvane/text.h"
 
 namespace morvane {
@@ -116,7 +117,7 @@ int directory_lookup(const DirectoryOptions& options, Printer& out, const Screen
             attributes.push_back({{"attribute", lenient_utf8(attribute)}, {"value", lenient_utf8(value)}});
         list.push_back({{"name", lenient_utf8(entry.name)}, {"attributes", std::move(attributes)}});
     }
-    if (options.json) out << list.dump(2) << '\n';
+    if (options.json) out << json_text(list, 2) << '\n';
     out.flush();
     if (entries.empty())
         throw Failure("no entry of " + options.name + " has \"" + options.value + "\" in " + options.attribute);
@@ -131,7 +132,7 @@ int directory_list(const DirectoryOptions& options, Printer& out, const Screen& 
         if (!options.json)
             out << harmless(listing.directory, screen) << "  " << counted(listing.entries, "entry", "entries") << '\n';
     }
-    if (options.json) out << list.dump(2) << '\n';
+    if (options.json) out << json_text(list, 2) << '\n';
     return 0;
 }
 

@@ -11,6 +11,7 @@
 
 #include "er/er.h"
 #include "morvane/failure.h"
+#include "morvane/json_text.h"
 #include "morvane/layout.h"
 #include "morvane/record_file.h"
 #include "morvane/spell.h"
@@ -160,7 +161,7 @@ EntryName next_entry(const QueueOptions& options) {
 
 void tell(const QueueOptions& options, const EntryName& entry, std::string_view what, Printer& out) {
     if (options.json) {
-        out << Json{{"entry", lenient_utf8(entry.name)}, {"state", what}}.dump() << '\n';
+        out << json_text(Json{{"entry", lenient_utf8(entry.name)}, {"state", what}}) << '\n';
     } else {
         out << entry.name << '\n';
     }
@@ -177,7 +178,7 @@ int queue_list(const QueueOptions& options, Printer& out, const Screen& screen) 
     for (const EntryName& entry : entries) {
         const bool done = tell_entry(options.queue, entry, damage, [&](const std::vector<QueuedMessage>& messages) {
             if (!options.json) return print_entry(entry, messages, out, screen);
-            const std::string object = entry_json(entry, messages).dump(-1, ' ', false, Json::error_handler_t::replace);
+            const std::string object = json_text(entry_json(entry, messages));
             out << (told == 0 ? "\n  " : ",\n  ") << object;
         });
         told += done ? 1 : 0;
@@ -237,7 +238,7 @@ int queue_export(const QueueOptions& options, Printer& out, const Screen&) {
     }
     copy(path, entry.name);
     if (options.json) {
-        out << Json{{"entry", lenient_utf8(entry.name)}, {"folder", lenient_utf8(folder)}, {"files", files}}.dump()
+        out << json_text(Json{{"entry", lenient_utf8(entry.name)}, {"folder", lenient_utf8(folder)}, {"files", files}})
             << '\n';
     } else {
         out << counted(files.size(), "file", "files") << " of " << entry.name << " are in " << folder << '\n';

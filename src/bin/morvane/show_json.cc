@@ -13,6 +13,7 @@
 
 #include "er/er.h"
 #include "morvane/failure.h"
+#include "morvane/json_text.h"
 #include "morvane/layout.h"
 #include "morvane/show.h"
 #include "morvane/spell.h"
@@ -136,7 +137,7 @@ public:
     void file(ByteFile& file);
 
 private:
-    static std::string dump(const Json& value) { return value.dump(-1, ' ', false, Json::error_handler_t::replace); }
+    static std::string dump(const Json& value) { return json_text(value); }
     void key(std::string_view indent, std::string_view name) {
         context_.out << indent << dump(std::string(name)) << ": ";
     }

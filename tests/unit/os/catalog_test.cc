@@ -47,6 +47,8 @@ TEST_F(Catalog, TheLanguageIsChosenByLang) {
     make("de", "$set 102\n1 hallo\n");
     make("de_AT", "$set 102\n1 servus\n");
     make("fr_CA.UTF-8", "$set 102\n1 allo\n");
+    make(".", "$set 102\n1 not a language\n");
+    make("..", "$set 102\n1 not a language\n");
     struct Row {
         const char* lang;
         const char* folder;

@@ -81,7 +81,8 @@ ux_MailCommand ux_InReadMailCommand() {
 ux_MailCommand ux_InGetSMTPCommand(std::string_view pCommandLine) {
     const er_Trace trace("ux_InGetSMTPCommand");
     for (const SMTP_Command& row : AvaCommand)
-        if (begins_with(pCommandLine, row.SMTPCommand)) return classify_row(row, pCommandLine.substr(row.SMTPCommand.size()));
+        if (begins_with(pCommandLine, row.SMTPCommand))
+            return classify_row(row, pCommandLine.substr(row.SMTPCommand.size()));
     return {};
 }
 
@@ -97,7 +98,8 @@ ux_KeywordLine ux_InParseCommandLine(std::string_view pInputBuff) {
 void ux_InSetDelimChars() {
     const er_Trace trace("ux_InSetDelimChars");
     const os_Fd config = os_open("~/sys/config", O_RDONLY);
-    if (::lseek(config.get(), kDelimiterAt, SEEK_SET) == -1) er_TracedEscape(kGatewayGroup, kDelimiterUnreachable, "~/sys/config");
+    if (::lseek(config.get(), kDelimiterAt, SEEK_SET) == -1)
+        er_TracedEscape(kGatewayGroup, kDelimiterUnreachable, "~/sys/config");
     std::uint16_t value = 0;
     if (::read(config.get(), &value, sizeof value) != sizeof value)
         er_TracedEscape(kGatewayGroup, kDelimiterUnreadable, "~/sys/config");

@@ -5,20 +5,20 @@
 
 // What the envelope said of the message.
 struct ux_Envelope {
-    std::string pArpaSender;   // reverse path, qualified; becomes "Postmaster" when nobody else can be named
+    std::string pArpaSender;  // reverse path, qualified; becomes "Postmaster" when nobody else can be named
     std::string pEnvid;
     bool ROCWanted = true;
 };
 
 // Process-wide settings of the conversion.
 struct ux_DriverState {
-    bool GenObjFiles = true;   // store Internet headers as object files
+    bool GenObjFiles = true;  // store Internet headers as object files
 };
 ux_DriverState& ux_driver();
 void ux_reset_driver();
 
 // Reads the message text from the dialogue and queues the message; the recipients are those of the envelope list.
 // When it returns, the message is durable and the text has been read to its end line. When it raises, nothing is queued
-// and nothing is left in the store: 102/1401 text that ends too early, 102/1544 a mail loop that was dropped, 102/1424 a
-// kind of body that is not converted, and what the header parser, the stores and the queue raise.
+// and nothing is left in the store: 102/1401 text that ends too early, 102/1544 a mail loop that was dropped, 102/1424
+// a kind of body that is not converted, and what the header parser, the stores and the queue raise.
 void ux_InConvUnixMsgToMorvane(ux_Envelope& envelope);

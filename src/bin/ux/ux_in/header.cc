@@ -277,7 +277,8 @@ void HeaderConversion::finish() {
     if (!done_[kTokenDate]) add_default_date();
     if (!done_[kTokenSubject]) add_default_subject();
     // The subject of a message that calls itself sensitive stays out of the audit trail.
-    else if (update_.Sensitivity == 0) aud_LogStr(ux_audit().AuditHandle, kAuditSubject, header_.pRfc2047subjectD);
+    else if (update_.Sensitivity == 0)
+        aud_LogStr(ux_audit().AuditHandle, kAuditSubject, header_.pRfc2047subjectD);
     if (ReplyIdFound_) update_.MsgType = 1;
     decide_disposition_notification();
     if (header_.pMimeMsg && starts_ignoring_case(header_.pMIMEContentType, kMultipart))

@@ -93,16 +93,13 @@ void HeaderSaver::note_field(std::string_view name, std::uint64_t line_start) {
             break;
         case kTokenMimeVersion:
         case kTokenContentType:
-        case kTokenTransferEncoding:
-            kind_.mime = true;
-            break;
+        case kTokenTransferEncoding: kind_.mime = true; break;
         case kTokenNone:
             if (!starts_ignoring_case(name, kOwnFields)) break;
             er_LogMsg(9, kGatewayGroup, kForeignFieldDropped, name);
             item_.truncate(line_start);
             break;
-        default:
-            break;
+        default: break;
     }
 }
 

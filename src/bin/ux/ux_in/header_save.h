@@ -12,8 +12,8 @@ struct SavedHeaderKind {
     bool uudecode = false;        // the marker field was there, or no marker is configured
 };
 
-// Reads to the blank line, which is not saved, or to the end line. Raises 102/1411 when the item cannot be written, 102/1401 when
-// input ends.
+// Reads to the blank line, which is not saved, or to the end line. Raises 102/1411 when the item cannot be written,
+// 102/1401 when input ends.
 SavedHeaderKind save_header(im_Item& item);
 
 }  // namespace ux

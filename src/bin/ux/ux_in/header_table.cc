@@ -90,7 +90,8 @@ bool starts_ignoring_case(std::string_view text, std::string_view start) {
 const ArpaTokenRow& find_arpa_token(std::string_view name) {
     const auto end = std::prev(ArpaToken.end());
     if (name.empty()) return *end;
-    return *std::find_if(ArpaToken.begin(), end, [&](const ArpaTokenRow& row) { return equal_ignoring_case(row.pName, name); });
+    return *std::find_if(ArpaToken.begin(), end,
+                         [&](const ArpaTokenRow& row) { return equal_ignoring_case(row.pName, name); });
 }
 
 // Besides the words of X.400 gateways, the numbers of X-Priority: 1 and 2 are high, 4 and 5 low.

@@ -1,5 +1,5 @@
-// The header fields that the gateway knows: their token numbers, which choose what is done, and the record types that they
-// write. Shared by the headers of messages and of messages inside messages.
+// The header fields that the gateway knows: their token numbers, which choose what is done, and the record types that
+// they write. Shared by the headers of messages and of messages inside messages.
 #pragma once
 
 #include <cstdint>

@@ -25,7 +25,8 @@ std::string fallback(int MessNum) {
     if (MessNum == kReplyClosing) return "221 Closing connection\n";
     const char* lang = std::getenv("LANG");
     const std::string folder = ext_langtodir(lang == nullptr ? "" : lang);
-    return er_Format("451 QN.UX Gateway on '%s': Error accessing '%s' catalog\n", {os_gethostname(kHostNameSize), folder});
+    return er_Format("451 QN.UX Gateway on '%s': Error accessing '%s' catalog\n",
+                     {os_gethostname(kHostNameSize), folder});
 }
 
 std::string reply_text(int MessNum) {

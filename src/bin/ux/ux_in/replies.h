@@ -4,8 +4,8 @@
 
 // Reply numbers of the dialogue. 1401, 1402 and 1428 are reasons of escapes as well.
 enum ux_Reply : int {
-    kReplyEndOfText = 1401,       // input ended inside the message text
-    kReplyEndOfCommands = 1402,   // input ended while a command was awaited
+    kReplyEndOfText = 1401,      // input ended inside the message text
+    kReplyEndOfCommands = 1402,  // input ended while a command was awaited
     kReplyGreeting = 1403,
     kReplyHello = 1404,
     kReplyBadSequence = 1405,
@@ -15,7 +15,7 @@ enum ux_Reply : int {
     kReplyClosing = 1409,
     kReplyLocalError = 1424,
     kReplyNoExtendedHello = 1426,
-    kReplyRefused = 1428,         // a message refused for good
+    kReplyRefused = 1428,  // a message refused for good
 };
 
 // Writes the reply of a catalog number to standard output with write(2), at most 2049 characters and a line end.

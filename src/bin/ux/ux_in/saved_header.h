@@ -1,9 +1,9 @@
 // A saved header, read back field by field. Lines have CR LF ends; a line longer than 1,023 characters comes in pieces,
 // each a line of its own.
 //
-// A field that takes continuation lines asks for them one by one (a line that begins with a blank or a tab, RFC 5322, section
-// 2.2.3); those of a field that does not are skipped, because they hold no ":" that begins a field - or, when they do,
-// are taken for one: the gateway has always read headers so.
+// A field that takes continuation lines asks for them one by one (a line that begins with a blank or a tab, RFC 5322,
+// section 2.2.3); those of a field that does not are skipped, because they hold no ":" that begins a field - or, when
+// they do, are taken for one: the gateway has always read headers so.
 #pragma once
 
 #include <cstdint>
@@ -30,8 +30,8 @@ public:
     // The next continuation line of the field, without its first blank and its line end; good until the next call.
     std::optional<std::string_view> continuation();
 
-    // The value with all its continuation lines: joined by one space, or by nothing. A continuation that would not fit below
-    // kFieldLimit is left out.
+    // The value with all its continuation lines: joined by one space, or by nothing. A continuation that would not fit
+    // below kFieldLimit is left out.
     std::string space_joined();
     std::string space_joined_trimmed();
     std::string appended();

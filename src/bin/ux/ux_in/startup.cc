@@ -61,9 +61,10 @@ void open_log() {
 // A descriptor that the invoker closed would be given to the next file that is opened, and replies or lines of some
 // library be written into it. What takes its place says: no more input, nobody to reply to.
 void hold_standard_descriptors() {
-    for (const int fd : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO})
-        if (::fcntl(fd, F_GETFD) == -1)
-            [[maybe_unused]] const int held = ::open("/dev/null", fd == STDERR_FILENO ? O_WRONLY : O_RDONLY);
+    for (const int fd : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+        if (::fcntl(fd, F_GETFD) != -1) continue;
+        [[maybe_unused]] const int held = ::open("/dev/null", fd == STDERR_FILENO ? O_WRONLY : O_RDONLY);
+    }
 }
 
 // Whose mail this is: nobody's in particular (empty) when root or a trusted user starts us, else the invoker's.
@@ -153,7 +154,8 @@ void refuse_until_quit(int MessNum) {
     ux_InWriteMailReply(kReplyClosing);
 }
 
-// The handler of last resort. The error stays live unless it is one of the gateway's own answers; the status is 1 either way.
+// The handler of last resort. The error stays live unless it is one of the gateway's own answers; the status is 1
+// either way.
 void last_resort() {
     int MessNum = er_GetReason();
     if (is_own_answer(er_GetGroup(), MessNum)) {
@@ -177,7 +179,8 @@ int run_session(bool system_chosen) {
     try {
         er_Translate([&] { HadErrors = serve(system_chosen); });
     } catch (const er_Escape& escape) {
-        if (os_Home().empty()) std::fprintf(stderr, "unix.in: %s\n", escape.detail().c_str());  // there is no log either
+        if (os_Home().empty())
+            std::fprintf(stderr, "unix.in: %s\n", escape.detail().c_str());  // there is no log either
         last_resort();
         return 1;
     }
@@ -249,7 +252,8 @@ bool ux_InTrustedUser(std::string_view pUserName) {
     bool trusted = false;
     er_TryIgnoring([&] {
         const std::string file = os_read_file(kTrustFile, kTrustFileLimit);
-        for (std::string_view rest = file; !rest.empty() && !trusted;) trusted = trusted_name(take_line(rest)) == pUserName;
+        for (std::string_view rest = file; !rest.empty() && !trusted;)
+            trusted = trusted_name(take_line(rest)) == pUserName;
     });
     return trusted && !pUserName.empty();
 }

@@ -12,5 +12,6 @@ int ux_InMain(int argc, char** argv);
 // Is the user listed in "~/sys/unixin.trust" (the first word of a line; "#" begins a comment)? Any failure means no.
 bool ux_InTrustedUser(std::string_view pUserName);
 
-// A broken-pipe handler that raises group 1, reason 32. Not installed: SIGPIPE is ignored, a vanished agent is a failed write.
+// A broken-pipe handler that raises group 1, reason 32. Not installed: SIGPIPE is ignored, a vanished agent is a failed
+// write.
 void ux_InSigPipeTrap(int dummy);
