@@ -61,6 +61,7 @@ bool RecordWalker::next(RecordPlace& place) {
     if (next_ >= file_.size()) return false;
     const std::uint64_t left = file_.size() - next_;
     const auto refuse = [&](std::uint64_t at, const std::string& what) { throw RecordFailure(file_.name(), at, what); };
+    if (++count_ > kMostRecords) refuse(next_, "more than " + std::to_string(kMostRecords) + " records");
     std::string_view header = file_.bytes(next_, kTfHeaderSize);
     if (header.size() < kTfHeaderSize)
         refuse(next_, std::to_string(header.size()) + " bytes are left, a record has at least 16");

@@ -45,7 +45,8 @@ struct RecordPlace {
     int wraps = 0;
 };
 
-inline constexpr int kMostWraps = 16;                            // deeper ones stay a record of type 34500
+inline constexpr std::uint64_t kMostRecords = 4'000'000;  // of a file, read in one go: a reader's memory is bounded
+inline constexpr int kMostWraps = 16;                     // deeper ones stay a record of type 34500
 inline constexpr std::size_t kHeadLimit = std::size_t{1} << 20;  // of a record's bytes that are looked at
 
 class RecordWalker {
@@ -53,7 +54,10 @@ public:
     explicit RecordWalker(ByteFile& file) : file_(file) {}
     // The next record; false at the end. Raises RecordFailure.
     bool next(RecordPlace& place);
-    void go_to(std::uint64_t position) { next_ = position; }
+    void go_to(std::uint64_t position) {
+        next_ = position;
+        count_ = 0;
+    }
     // The first bytes of the (unwrapped) record, its 16-byte header included, at most `limit`. Good until the file
     // is read again.
     std::string_view head(const RecordPlace& place, std::size_t limit = kHeadLimit);
@@ -62,6 +66,7 @@ public:
 private:
     ByteFile& file_;
     std::uint64_t next_ = 0;
+    std::uint64_t count_ = 0;  // records read since the last go_to
 };
 
 // The shape of a file: one short entry a record, so that a reader knows what follows a record before printing it.

@@ -143,6 +143,23 @@ TEST(Outline, FaultsAreBoundedAndDepthCostsNothing) {
     EXPECT_EQ(deep.faults.size(), RecordOutline::kMostFaults);
 }
 
+// A file of nothing but the smallest records must not become memory without end.
+TEST(RecordWalkerTest, TheNumberOfRecordsIsBounded) {
+    std::string bytes;
+    const std::string one = record(39100);
+    bytes.reserve(one.size() * (kMostRecords + 1));
+    for (std::uint64_t i = 0; i < kMostRecords; ++i) bytes += one;
+    const auto count = [](const std::string& all) {
+        ByteFile file = ByteFile::over(all, "F");
+        RecordWalker walker(file);
+        std::uint64_t records = 0;
+        for (RecordPlace place; walker.next(place);) ++records;
+        return records;
+    };
+    EXPECT_EQ(count(bytes), kMostRecords);
+    EXPECT_THROW(count(bytes + one), RecordFailure);
+}
+
 TEST(ByteFileTest, ReadsFilesThroughAWindow) {
     char folder[] = "/tmp/record_file_test.XXXXXX";
     ASSERT_NE(::mkdtemp(folder), nullptr);
