@@ -73,8 +73,9 @@ void append_line(std::string line) {
 
 // The bytes at the front that JSON takes as they are: nearly always all of them.
 std::size_t plain_run(std::string_view text) {
-    const auto odd = std::find_if(text.begin(), text.end(),
-                                  [](char c) { return c < 0x20 || c == 0x7F || c == '"' || c == '\\'; });
+    const auto odd = std::find_if(text.begin(), text.end(), [](unsigned char byte) {
+        return byte < 0x20 || byte >= 0x7F || byte == '"' || byte == '\\';
+    });
     return static_cast<std::size_t>(odd - text.begin());
 }
 

@@ -10,7 +10,8 @@
 // nor the clock, which can be set back, are enough for that, so ids are handed out in blocks of 4096: [52 bits
 // block][12 bits within it, turned so that sixteen items in a row share a folder and blocks begin in different ones].
 // ~/sys/ids holds the block taken last, u64 big-endian; the next one is the greater of the one after it and the
-// milliseconds since 2020, so that a lost file repeats no id either. An id is taken when it is first asked for.
+// milliseconds since 2020, so that a lost file repeats no id either: it is not synced with each message. An id is taken
+// when it is first asked for; one whose file is there already is passed over.
 //
 // A process holds a lock on byte number <block> of ~/sys/ids for each block that it has taken, until it ends: so
 // `morvane fsck` tells the leavings of a dead process from the work of a living one (im_maker_lives), in whatever
@@ -123,11 +124,11 @@ private:
 im_Item im_create(im_Domain domain, std::string_view extension);
 inline im_Item im_CrNewDataItem() { return im_create(im_Domain::data, kDataItem); }
 
-// Makes placed items and the folders that name them durable, and what `others` (open descriptors) hold, with one wait: all
-// are started before any is awaited. Very many items, and a kernel without asynchronous syncing, go by syncfs(2), which
-// waits for what other processes wrote as well. Raises when the system reports that data was lost.
+// Makes placed items and the folders that name them durable, and what `others` (open descriptors) hold, with one wait:
+// all are started before any is awaited. Very many items, and a kernel without asynchronous syncing, go by syncfs(2),
+// which waits for what other processes wrote as well. Raises when the system reports that data was lost.
 void im_SyncItems(std::span<const ITEM_REF> items, std::span<const int> others);
-void im_sync_file_systems();  // every file system that took an item of this process, whole
+void im_sync_file_systems();         // every file system that took an item of this process, whole
 bool im_syncs_device(dev_t device);  // is this one of them?
 
 // Deletes an item by reference; a missing file is no failure.

@@ -12,6 +12,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "er/er.h"
@@ -25,9 +26,7 @@ constexpr unsigned kAtOnce = 64;  // files and folders; a message of more is as 
 class SyncRing {
 public:
     SyncRing() : process_(::getpid()), usable_(::io_uring_queue_init(kAtOnce, &ring_, 0) == 0) {}
-    ~SyncRing() {
-        if (usable_) ::io_uring_queue_exit(&ring_);
-    }
+    ~SyncRing() { give_up(); }
     SyncRing(const SyncRing&) = delete;
     SyncRing& operator=(const SyncRing&) = delete;
 
@@ -35,7 +34,8 @@ public:
     bool sync(std::span<const int> files);
 
 private:
-    void await(unsigned count);
+    int await(unsigned count);
+    void give_up();
 
     io_uring ring_{};
     pid_t process_;  // a forked child must not use its parent's
@@ -46,26 +46,34 @@ bool SyncRing::sync(std::span<const int> files) {
     if (!usable_ || files.size() > kAtOnce || process_ != ::getpid()) return false;
     for (const int file : files) ::io_uring_prep_fsync(::io_uring_get_sqe(&ring_), file, 0);
     const int submitted = ::io_uring_submit(&ring_);
-    if (submitted > 0) await(static_cast<unsigned>(submitted));
-    if (submitted == static_cast<int>(files.size())) return true;
-    ::io_uring_queue_exit(&ring_);  // whatever it did not take must not be taken later
-    usable_ = false;
-    return false;
+    const int failure = submitted > 0 ? await(static_cast<unsigned>(submitted)) : 0;
+    const bool all = submitted == static_cast<int>(files.size());
+    if (!all) give_up();
+    if (failure != 0) er_SystemEscape(failure, "fsync");
+    return all;
 }
 
-// Every answer is fetched before a failure is raised: none must be left for the next message.
-void SyncRing::await(unsigned count) {
+// Fetches every answer, because one that is left would count for the next message; the last failure, or 0.
+int SyncRing::await(unsigned count) {
     int failure = 0;
     while (count > 0) {
         io_uring_cqe* answer = nullptr;
         const int result = ::io_uring_wait_cqe(&ring_, &answer);
         if (result == -EINTR) continue;
-        if (result < 0) er_SystemEscape(-result, "io_uring");
+        if (result < 0) {
+            give_up();
+            return -result;
+        }
         if (answer->res < 0) failure = -answer->res;
         ::io_uring_cqe_seen(&ring_, answer);
         --count;
     }
-    if (failure != 0) er_SystemEscape(failure, "fsync");
+    return failure;
+}
+
+// What the ring did not take, or has not answered, must not come back with a later message.
+void SyncRing::give_up() {
+    if (std::exchange(usable_, false)) ::io_uring_queue_exit(&ring_);
 }
 
 // The items' files and the folders that they stand in, each once.

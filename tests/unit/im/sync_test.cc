@@ -1,0 +1,97 @@
+// Making items durable. That bytes reach the disk cannot be seen from here; that every file is asked for, and what
+// happens when one fails, can.
+#include <fcntl.h>
+#include <sys/stat.h>
+
+#include <cerrno>
+#include <filesystem>
+#include <functional>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "er/er.h"
+#include "im/im.h"
+#include "support/child.h"
+#include "support/home.h"
+
+namespace {
+
+int reason_of(const std::function<void()>& work) {
+    try {
+        work();
+    } catch (const er_Escape& escape) {
+        EXPECT_EQ(escape.group(), kSystemGroup);
+        return escape.reason();
+    }
+    return 0;
+}
+
+class Sync : public testing::Test {
+protected:
+    // Items that are placed, and their references.
+    void place(std::size_t count) {
+        for (std::size_t n = 0; n < count; ++n) {
+            items_.push_back(im_CrNewDataItem());
+            items_.back().write("x");
+            items_.back().place();
+            refs_.push_back(items_.back().ref());
+        }
+    }
+
+    TestHome home_;
+    std::vector<im_Item> items_;
+    std::vector<ITEM_REF> refs_;
+};
+
+TEST_F(Sync, AnyNumberOfItems) {
+    im_SyncItems({}, {});
+    for (const std::size_t more : {1, 30, 1, 1, 100}) {  // few together, and many by whole file systems
+        place(more);
+        EXPECT_EQ(reason_of([&] { im_SyncItems(refs_, {}); }), 0) << refs_.size();
+    }
+}
+
+TEST_F(Sync, AnItemThatIsGoneIsAFailure) {
+    place(3);
+    std::filesystem::remove(im_ItemRef2FName(refs_[1]));
+    EXPECT_EQ(reason_of([&] { im_SyncItems(refs_, {}); }), ENOENT);
+}
+
+// A failure belongs to its own message: the next one is asked for anew, whichever of the answers came first.
+TEST_F(Sync, AFailureDoesNotReachTheNextMessage) {
+    place(5);
+    const os_Fd sound = os_open("~/tmp/entry", O_WRONLY | O_CREAT);
+    const int bad[] = {sound.get(), -1}, good[] = {sound.get()};
+    for (int round = 0; round < 20; ++round) {
+        EXPECT_EQ(reason_of([&] { im_SyncItems(refs_, bad); }), EBADF);
+        EXPECT_EQ(reason_of([&] { im_SyncItems(refs_, good); }), 0);
+    }
+}
+
+TEST_F(Sync, OthersAreSyncedHoweverManyItemsThereAre) {
+    place(100);
+    const int bad[] = {-1};
+    EXPECT_EQ(reason_of([&] { im_SyncItems(refs_, bad); }), EBADF);
+}
+
+TEST_F(Sync, AForkedChildSyncsToo) {
+    place(2);
+    im_SyncItems(refs_, {});
+    EXPECT_EQ(run_in_child([&] { return reason_of([&] { im_SyncItems(refs_, {}); }); }), 0);
+    EXPECT_EQ(reason_of([&] { im_SyncItems(refs_, {}); }), 0) << "and leaves its parent's means alone";
+}
+
+TEST_F(Sync, WithoutDescriptorsLeftItIsAFailure) {
+    place(10);
+    im_SyncItems(refs_, {});
+    EXPECT_EQ(run_in_child([&] {
+                  const os_Fd next = os_open("/dev/null", O_RDONLY);
+                  const rlimit limit{static_cast<rlim_t>(next.get()) + 2, static_cast<rlim_t>(next.get()) + 2};
+                  ::setrlimit(RLIMIT_NOFILE, &limit);
+                  return reason_of([&] { im_SyncItems(refs_, {}); });
+              }),
+              EMFILE);
+}
+
+}  // namespace
