@@ -57,7 +57,8 @@ class QueuedMail:
 
     def field(self, name):
         """Value of a header field, unfolded; None when there is none."""
-        found = re.search(rb"(?im)^" + name.encode() + rb":[ \t]*((?:.|\n[ \t])*)$", self.header.replace(b"\r\n", b"\n"))
+        lines = self.header.replace(b"\r\n", b"\n")
+        found = re.search(rb"(?im)^" + name.encode() + rb":[ \t]*((?:.|\n[ \t])*)$", lines)
         return re.sub(rb"\n[ \t]+", b" ", found[1]).decode(errors="replace").strip() if found else None
 
 
