@@ -15,6 +15,8 @@ import tempfile
 import time
 from pathlib import Path
 
+PATH = "/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin"
+
 SET_UP = r"""
 set -e
 work=$1 name=$2
@@ -82,11 +84,9 @@ class Room:
 
     def entering(self, command, user=None):
         enter = ["nsenter", "--target", str(self.first), "--mount", "--net", "--pid", "--ipc", "--uts", "--root"]
-
         if user:
             enter += ["setpriv", f"--reuid={user}", f"--regid={user}", "--init-groups"]
-        return enter + ["env", "--chdir=/", "-i", "PATH=/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin", "LANG=C",
-                        "TZ=UTC", "HOME=/root", *command]
+        return [*enter, "env", "--chdir=/", "-i", f"PATH={PATH}", "LANG=C", "TZ=UTC", "HOME=/root", *command]
 
     def run(self, *command, user=None, data=b"", timeout=120, check=True):
         done = subprocess.run(self.entering(command, user), input=data, capture_output=True, timeout=timeout,

@@ -84,7 +84,7 @@ class TransferAgent:
     name = ""
     packages = ()
     says_ehlo = True
-    deferred = returned_to_sender = ""  # what its log says of an attempt that failed for now, and for good
+    deferred = returned_to_sender = ""  # what its log says of an attempt put off, and of mail given up
 
     def __init__(self, parent):
         files = fetch_packages(self.packages)
@@ -116,8 +116,8 @@ class TransferAgent:
         self.room.run("python3", "-", "/tmp/mails.json", str(connections), data=SUBMIT.encode())
 
     def wait_until_delivered(self, timeout=90):
-        """Retries now and then: Exim leaves what a long connection brings to its next queue run, and an agent that has just
-        seen a delivery fail may not try at once."""
+        """Retries now and then: Exim leaves what a long connection brings to its next queue run, and an agent that has
+        just seen a delivery fail may not try at once."""
         end = time.monotonic() + timeout
         while self.waiting():
             if time.monotonic() > end:
@@ -264,7 +264,8 @@ include(`/etc/mail/morvane.m4')dnl
         room = self.room
         room.account("smmta", "/var/lib/sendmail")
         room.account("smmsp", "/var/lib/sendmail")
-        room.run("install", "-d", "-o", "smmta", "-g", "smmsp", "-m", "750", "/var/spool/mqueue", "/var/run/sendmail/mta")
+        room.run("install", "-d", "-o", "smmta", "-g", "smmsp", "-m", "750", "/var/spool/mqueue",
+                 "/var/run/sendmail/mta")
         room.write("/etc/mail/sendmail.mc", self.MAIN)
         for name in ("morvane.m4", "mailertable", "relay-domains"):
             room.write(f"/etc/mail/{name}", self.configuration(f"sendmail/{name}"))

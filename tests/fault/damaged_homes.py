@@ -1,5 +1,5 @@
-"""A home with something missing, unreadable or wrong: the agent is told to keep its mail, the log says why, and after the
-repair mail flows again."""
+"""A home with something missing, unreadable or wrong: the agent is told to keep its mail, the log says why, and after
+the repair mail flows again."""
 
 import os
 import shutil
@@ -50,7 +50,7 @@ def whole_dialogue(gateway):
 def refused_at_greeting(home, reply=TRY_AGAIN):
     """Every reply is the refusal, until QUIT."""
     with Gateway(home) as gateway:
-        replies = [gateway.reply(), gateway.ask("HELO a"), gateway.ask("MAIL FROM:<s@example.com>"), gateway.ask("NOOP")]
+        replies = [gateway.reply(), *map(gateway.ask, ("HELO a", "MAIL FROM:<s@example.com>", "NOOP"))]
         if set(replies) != {reply}:
             yield f"replies {replies} instead of {reply!r}"
         closing, status = gateway.quit()

@@ -1,6 +1,6 @@
-"""SIGKILL at random moments while sixteen gateways share one home, a consumer takes mail from the queue and the operator
-repairs the home: what was acknowledged is there, whole and once; what was not acknowledged is there whole and once, or
-not at all; and what the dead left behind can be reclaimed."""
+"""SIGKILL at random moments while sixteen gateways share one home, a consumer takes mail from the queue and the
+operator repairs the home: what was acknowledged is there, whole and once; what was not acknowledged is there whole and
+once, or not at all; and what the dead left behind can be reclaimed."""
 
 import json
 import random

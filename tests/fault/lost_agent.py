@@ -65,7 +65,7 @@ def standard_streams_closed():
 
 
 def run_with(descriptors, feed):
-    """Runs the gateway on (standard input, standard output), or one descriptor for both, while `feed` plays the agent."""
+    """Runs the gateway on (standard input, standard output), or on one descriptor for both; `feed` plays the agent."""
     with Home() as home:
         process = subprocess.Popen([str(home.program)], stdin=descriptors[0], stdout=descriptors[-1],
                                    stderr=subprocess.PIPE, env=home.environment(), cwd="/")

@@ -1,8 +1,8 @@
 """The power fails: the disk holds what had reached it, and nothing of what the system still had in memory.
 
 A home lies on a file system in an image, which writes nothing by itself for minutes. A copy of the image, taken when a
-reply has arrived, is the disk as it would be found after a power cut at that moment: mounted, it must hold every mail that
-was acknowledged, whole, and no damage.
+reply has arrived, is the disk as it would be found after a power cut at that moment: mounted, it must hold every mail
+that was acknowledged, whole, and no damage.
 """
 
 import os

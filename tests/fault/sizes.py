@@ -131,10 +131,18 @@ def header_of(pieces):
     return test
 
 
+def fifty_blocks(line):
+    return [line * (BLOCK // len(line))] * 50
+
+
 HEADERS = {
-    "fields": lambda: [b"X-Filler: 0123456789 0123456789\n" * (BLOCK // 32)] * 50,
-    "one folded field": lambda: [b"X-Filler: begin\n", *([b" 0123456789 0123456789 012345\n" * (BLOCK // 31)] * 50)],
-    "one folded Subject-like field of the table": lambda: [b"Comments: begin\n", *([b"\tabc def ghi\n" * (BLOCK // 13)] * 50)],
+    "fields": lambda: fifty_blocks(b"X-Filler: 0123456789 0123456789\n"),
+    "one folded field that is not known": lambda: [b"X-Filler: begin\n", *fifty_blocks(b" 0123456789 0123456789\n")],
+    "one folded Comments": lambda: [b"Comments: begin\n", *fifty_blocks(b"\tabc def ghi\n")],
+    "one folded Keywords": lambda: [b"Keywords: a\n", *fifty_blocks(b" word,\n")],
+    "one folded References": lambda: [b"References: <a@b>\n", *fifty_blocks(b" <message.identifier@example.com>\n")],
+    "one folded To": lambda: [b"To: a@b\n", *fifty_blocks(b" ,first.last@example.org\n")],
+    "Received fields": lambda: fifty_blocks(b"Received: from a by b; Sat, 21 Nov 2026 10:00:00 +0000\n"),
     "one line": lambda: [b"X-Filler: ", *blocks(50 * 1000 * 1000), b"\n"],
     "one line without a colon": lambda: [*blocks(50 * 1000 * 1000), b"\n"],
 }
@@ -144,7 +152,8 @@ def text_tests():
     for length in (1022, 1023, 1024, 50 * 1000 * 1000):
         yield f"text line of {length} characters", body_line(length)
     yield "body of 200 MB", body_of(200 * MEGABYTE, b"The quick brown fox jumps over the lazy dog, again and again.\n")
-    yield "8-bit body of 50 MB", body_of(50 * MEGABYTE, "Zwölf Boxkämpfer jagen Viktor quer über den großen Deich.\n".encode())
+    eight_bit = "Zwölf Boxkämpfer jagen Viktor quer über den großen Deich.\n".encode()
+    yield "8-bit body of 50 MB", body_of(50 * MEGABYTE, eight_bit)
     for name, pieces in HEADERS.items():
         yield f"header of 50 MB: {name}", header_of(pieces)
 

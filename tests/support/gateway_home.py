@@ -60,6 +60,7 @@ class Home:
         self.program = GATEWAY
         made = self.morvane("init", "--home", str(self.path))
         if made.returncode != 0:
+            shutil.rmtree(self.path, ignore_errors=True)
             raise RuntimeError("morvane init: " + made.stderr.decode(errors="replace"))
         self.unset("INET_LOCAL_DOMAINS")  # init takes it from this host; without it the host's own name is local
         if os.getuid() != 0:  # the tests give senders of their own
@@ -100,7 +101,10 @@ class Home:
             os.chown(path, account.pw_uid, account.pw_gid, follow_symlinks=False)
         folder = Path(tempfile.mkdtemp(prefix="bin-", dir=self.path.parent))  # the build may lie where it cannot look
         os.chmod(folder, 0o755)
-        self.program = Path(shutil.copy(GATEWAY, folder))
+        # Copied by another process: a descriptor that is open for writing here would, for a moment, be inherited by what
+        # another thread starts, and a program that is being written cannot be run.
+        subprocess.run(["cp", str(GATEWAY), str(folder)], check=True)
+        self.program = folder / GATEWAY.name
         self.user = account
 
     def gateway(self, dialogue, args=(), env=None, timeout=60):

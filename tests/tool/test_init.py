@@ -165,7 +165,7 @@ class Choice(ToolTest):
 
     def test_no_home(self):
         for args in (["show"], ["fsck"], ["queue", "list"], ["item", "cat", "0" * 16]):
-            self.fail_with("is not the home of a mail system .* morvane init", *args)
+            self.fail_with("is not a home: .* morvane init", *args)
 
 
 class CommandLine(ToolTest):

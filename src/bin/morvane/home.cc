@@ -40,8 +40,7 @@ void choose_home(const HomeChoice& choice) {
 
 void require_home() {
     if (!os_fexists("~/sys/config"))
-        throw Failure(os_Home() +
-                      " is not the home of a mail system (it has no sys/config); morvane init lays one down");
+        throw Failure(os_Home() + " is not a home: there is no sys/config in it; morvane init lays one down");
 }
 
 std::string find_share() {

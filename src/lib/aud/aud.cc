@@ -17,12 +17,59 @@
 namespace {
 
 constexpr std::string_view kTrail = "~/logs/audit.jsonl";
+constexpr std::string_view kScratchFolder = "~/tmp";
+constexpr std::size_t kKept = std::size_t{128} << 10;  // of a transaction's entries in memory
+
+// The entries of the open transaction: JSON, inside the brackets. A message may name a million identifiers, so what is
+// many goes to a nameless file. What cannot be kept there is lost, and said so at the end: mail goes before its record.
+class Entries {
+public:
+    void clear() { *this = Entries(); }
+    void begin(int code) {
+        if (any_) memory_ += ',';
+        any_ = true;
+        memory_ += "{\"code\":" + std::to_string(code);
+    }
+    void add(std::string_view json) {
+        memory_ += json;
+        if (memory_.size() >= kKept) spill();
+    }
+    // Writes head, entries and tail to the trail: in one piece, unless they are many.
+    void write_to(int trail, const std::string& head, std::string_view tail) const {
+        if (lost_ != 0) er_SystemEscape(lost_, "the entries could not be kept");
+        if (!file_) return os_write_all(trail, head + memory_ + std::string(tail));
+        os_write_all(trail, head);
+        std::string block(kKept, '\0');
+        for (std::uint64_t at = 0; at < spilled_; at += block.size())
+            os_write_all(trail, {block.data(), os_pread(file_.get(), block.data(), block.size(), at)});
+        os_write_all(trail, memory_ + std::string(tail));
+    }
+
+private:
+    void spill() {
+        try {
+            const er_StatusKeeper keeper;
+            if (!file_) file_ = os_open(kScratchFolder, O_TMPFILE | O_RDWR, 0600);
+            os_pwrite_all(file_.get(), memory_, spilled_);
+        } catch (const er_Escape& escape) {
+            lost_ = escape.reason();
+        }
+        spilled_ += memory_.size();
+        memory_.clear();
+    }
+
+    std::string memory_;  // what follows the spilled part
+    os_Fd file_;
+    std::uint64_t spilled_ = 0;
+    int lost_ = 0;  // why entries are missing
+    bool any_ = false;
+};
 
 struct State {
     std::optional<bool> enabled;  // nothing: not read yet
     int last_handle = 0;
     int open_handle = kAudNone;
-    std::string entries;  // JSON so far, inside the brackets
+    Entries entries;
     int type = 0;
 };
 
@@ -33,20 +80,14 @@ State& state() {
 
 bool is_open(int handle) { return handle != kAudNone && handle == state().open_handle; }
 
-void begin_entry(int code) {
-    std::string& entries = state().entries;
-    if (!entries.empty()) entries += ',';
-    entries += "{\"code\":" + std::to_string(code);
-}
-
 void append_utf8(std::string& out, unsigned char latin1) {
     out += static_cast<char>(0xC0 | (latin1 >> 6));
     out += static_cast<char>(0x80 | (latin1 & 0x3F));
 }
 
-std::string line_of(const State& s) {
+std::string line_head(const State& s) {
     return "{\"type\":" + std::to_string(s.type) + ",\"time\":" + std::to_string(os_Date().seconds) +
-           ",\"pid\":" + std::to_string(::getpid()) + ",\"entries\":[" + s.entries + "]}\n";
+           ",\"pid\":" + std::to_string(::getpid()) + ",\"entries\":[";
 }
 
 // Keeps the others out until the trail is closed: a file grows page by page while somebody writes to it, so that its
@@ -64,11 +105,10 @@ bool is_cut(int trail) {
     return last != '\n';
 }
 
-void append_line(std::string line) {
+void append_line(const State& s) {
     const os_Fd trail = os_open(kTrail, O_RDWR | O_APPEND | O_CREAT, 0600);
     lock(trail.get());
-    if (is_cut(trail.get())) line.insert(0, 1, '\n');
-    os_write_all(trail.get(), line);
+    s.entries.write_to(trail.get(), (is_cut(trail.get()) ? "\n" : "") + line_head(s), "]}\n");
 }
 
 // The bytes at the front that JSON takes as they are: nearly always all of them.
@@ -121,27 +161,27 @@ int aud_StartTransaction(int type) {
 
 void aud_LogCurrentTime(int handle, int code) {
     if (!is_open(handle)) return;
-    begin_entry(code);
-    state().entries += ",\"time\":" + std::to_string(os_Date().seconds) + "}";
+    state().entries.begin(code);
+    state().entries.add(",\"time\":" + std::to_string(os_Date().seconds) + "}");
 }
 
 void aud_LogStr(int handle, int code, std::string_view text) {
     if (!is_open(handle)) return;
-    begin_entry(code);
-    state().entries += ",\"text\":" + aud_json_string(text) + "}";
+    state().entries.begin(code);
+    state().entries.add(",\"text\":" + aud_json_string(text) + "}");
 }
 
 void aud_LogORNandInet(int handle, int code, std::string_view name, std::string_view inet) {
     if (!is_open(handle)) return;
-    begin_entry(code);
-    state().entries += ",\"name\":" + aud_json_string(name) + ",\"inet\":" + aud_json_string(inet) + "}";
+    state().entries.begin(code);
+    state().entries.add(",\"name\":" + aud_json_string(name) + ",\"inet\":" + aud_json_string(inet) + "}");
 }
 
 void aud_EndTransaction(int& handle) {
     if (is_open(handle) && state().enabled.value_or(true)) {
         try {
             const er_StatusKeeper keeper;
-            append_line(line_of(state()));
+            append_line(state());
         } catch (const std::exception& failure) {  // the message is queued by now: whatever it is, it stays here
             er_LogMsg(3, kGatewayGroup, 0, "audit trail", failure.what());
         }

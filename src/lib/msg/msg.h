@@ -27,7 +27,7 @@ public:
     // Puts the main transfer file first, writes the message file and places everything. Nothing is synced.
     void finish(tf_File main);
     void list_files(std::vector<ITEM_REF>& files) const;  // appends its own, the main and the attached ones
-    void keep();  // queued: nothing is deleted any more
+    void keep();                                          // queued: nothing is deleted any more
 
 private:
     friend Msg_File Msg_CreateFile(std::string_view route);

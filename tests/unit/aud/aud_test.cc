@@ -60,6 +60,38 @@ TEST_F(Aud, AnEndedTransactionIsOneLine) {
                        "\n");
 }
 
+// More entries than are kept in memory: the line is the same, and nothing is left of where they were kept.
+TEST_F(Aud, ManyEntriesAreOneLineToo) {
+    constexpr int many = 50'000;
+    std::string expected;
+    int handle = aud_StartTransaction(10);
+    for (int i = 0; i < many; ++i) {
+        const std::string text = "identifier-" + std::to_string(i) + "@example.org";
+        aud_LogStr(handle, 7, text);
+        expected += (i == 0 ? "" : ",") + (R"({"code":7,"text":")" + text) + "\"}";
+    }
+    aud_EndTransaction(handle);
+    EXPECT_EQ(home_.read("logs/audit.jsonl").substr(home_.read("logs/audit.jsonl").find('[') + 1), expected + "]}\n");
+    EXPECT_TRUE(std::filesystem::is_empty(home_.file("tmp")));
+
+    handle = aud_StartTransaction(10);
+    aud_LogStr(handle, 30, "next");
+    aud_EndTransaction(handle);
+    EXPECT_TRUE(home_.read("logs/audit.jsonl").ends_with("\"entries\":[{\"code\":30,\"text\":\"next\"}]}\n"));
+    EXPECT_EQ(log_.size(), 0U);
+}
+
+TEST_F(Aud, EntriesThatCannotBeKeptAreMissedAtTheEnd) {
+    std::filesystem::remove_all(home_.file("tmp"));
+    int handle = aud_StartTransaction(10);
+    const std::string text(1000, 'x');
+    for (int i = 0; i < 1000; ++i) aud_LogStr(handle, 7, text);
+    aud_EndTransaction(handle);
+    EXPECT_EQ(trail(), "") << "no line rather than half a line";
+    ASSERT_EQ(log_.size(), 1U);
+    EXPECT_NE(log_[0].find("audit trail"), std::string::npos) << log_[0];
+}
+
 TEST_F(Aud, TimesAreWholeSeconds) {
     const std::time_t before = std::time(nullptr);
     int handle = aud_StartTransaction(10);

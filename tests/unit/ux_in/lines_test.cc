@@ -171,6 +171,21 @@ TEST_F(LinesTest, Commands) {
     }
 }
 
+TEST_F(LinesTest, ReturnsAfterACommandAreItsLineEnd) {
+    const std::string many(5000, '\r'), longest(kCommandLineLimit, 'x');
+    ux_LineReader& reader = over("NOOP" + many + "\nRSET" + many + "x\n" + longest + many + "\nHELO x\r");
+    ux_CommandLine line = reader.command();
+    EXPECT_EQ(line.text, "NOOP");
+    EXPECT_FALSE(line.too_long);
+    EXPECT_TRUE(reader.command().too_long) << "they are text when something follows";
+    line = reader.command();
+    EXPECT_EQ(line.text, longest);
+    EXPECT_FALSE(line.too_long);
+    line = reader.command();
+    EXPECT_EQ(line.text, "HELO x") << "input that ends between CR and LF";
+    EXPECT_FALSE(line.too_long);
+}
+
 TEST_F(LinesTest, InputThatComesByteByByte) {
     int ends[2];
     ASSERT_EQ(::pipe2(ends, O_CLOEXEC), 0);

@@ -130,11 +130,10 @@ ux_CommandLine ux_LineReader::command() {
         blank_nuls(piece_);
         return {view(piece_), false};
     }
-    const bool cut = !whole_ && (begin_ < end_ || held_returns_ > 0 || piece_.size() > kCommandLineLimit || fill());
-    const bool too_long = cut || piece_.size() > kCommandLineLimit;
+    bool too_long = piece_.size() > kCommandLineLimit;
     std::string start(view(piece_.first(std::min(piece_.size(), kCommandLineLimit))));
-    while (too_long && !whole_ && next_piece(kBuffer / 2)) {
-    }
+    // CRs that were held back are text only when something else follows them.
+    while (!whole_ && next_piece(kBuffer / 2)) too_long |= without_returns(piece_) > 0;
     returns_ = std::move(start);
     piece_ = returns_;
     blank_nuls(piece_);

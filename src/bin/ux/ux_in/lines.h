@@ -1,7 +1,8 @@
 // Reading lines: the one reader of the dialogue. It owns descriptor 0 for the session, reads it in blocks and hands out
 // lines as views into its buffer; it alone knows "at a line start" and "the end line has been read".
 //
-// A line end is LF with any CRs before it. A line longer than the limit comes in pieces; only the last piece is `whole`.
+// A line end is LF with any CRs before it. A line longer than the limit comes in pieces; only the last piece is
+// `whole`.
 #pragma once
 
 #include <cstddef>
@@ -27,29 +28,30 @@ struct ux_MailText {
 
 // One command line, without its line end and with NUL bytes as blanks. The view is good until the next read.
 struct ux_CommandLine {
-    std::string_view text;    // at most kCommandLineLimit characters
-    bool too_long = false;    // there was more; it has been read away, so that a command gets one reply
+    std::string_view text;  // at most kCommandLineLimit characters
+    bool too_long = false;  // there was more; it has been read away, so that a command gets one reply
 };
 
 class ux_LineReader {
 public:
     explicit ux_LineReader(int fd);
 
-    ux_CommandLine command();     // raises 102/1402 at the end of input
+    ux_CommandLine command();  // raises 102/1402 at the end of input
 
-    void begin_text();            // a message text begins: at a line start, its end line not read yet
-    // The next piece, at most `limit` bytes with its line end; raises 102/1401 at the end of input and after the end line.
+    void begin_text();  // a message text begins: at a line start, its end line not read yet
+    // The next piece, at most `limit` bytes with its line end; raises 102/1401 at the end of input and after the end
+    // line.
     ux_MailText text(std::size_t limit = kTextLineLimit);
     ux_MailText raw_text(std::size_t limit = kTextLineLimit);  // the same with NUL bytes as they are
-    int peek();                   // the next byte of the text, or -1 at the end of input
+    int peek();                                                // the next byte of the text, or -1 at the end of input
 
-    // What lies ready in the buffer, when the next byte begins a line: for whoever takes many ordinary lines at once. Of it
-    // take_lines() takes whole lines, none of which may be an end line.
+    // What lies ready in the buffer, when the next byte begins a line: for whoever takes many ordinary lines at once.
+    // Of it take_lines() takes whole lines, none of which may be an end line.
     std::string_view lines_ahead() const;
     void take_lines(std::size_t bytes) { begin_ += bytes; }
-    void unread() { again_ = true; }  // text() gives the piece read last once more
+    void unread() { again_ = true; }               // text() gives the piece read last once more
     bool text_open() const { return text_open_; }  // begun, and the end line not read
-    void drain_text() noexcept;   // reads the rest of an open text away, to its end line or the end of input
+    void drain_text() noexcept;  // reads the rest of an open text away, to its end line or the end of input
 
 private:
     bool fill();                         // reads more; false at the end of input
@@ -59,13 +61,13 @@ private:
 
     int fd_;
     std::unique_ptr<char[]> buffer_;
-    std::size_t begin_ = 0, end_ = 0;    // unread bytes
-    std::size_t held_returns_ = 0;       // CRs at a cut: line end or text, the next other byte decides
-    std::size_t line_end_returns_ = 0;   // CRs of the line end read last
-    std::string returns_;                // held CRs that turned out to be text
+    std::size_t begin_ = 0, end_ = 0;   // unread bytes
+    std::size_t held_returns_ = 0;      // CRs at a cut: line end or text, the next other byte decides
+    std::size_t line_end_returns_ = 0;  // CRs of the line end read last
+    std::string returns_;               // held CRs that turned out to be text
     std::span<char> piece_;
-    bool whole_ = true;                  // the piece read last ended a line
-    bool at_start_ = true;               // it began one
+    bool whole_ = true;     // the piece read last ended a line
+    bool at_start_ = true;  // it began one
     ux_MailText last_;
     bool again_ = false;
     bool text_open_ = false;

@@ -59,7 +59,7 @@ void ux_RecipientList::make_block_for(std::size_t entry) {
     blocks_.push_back(std::move(block));
 }
 
-void ux_RecipientList::free() {
+void ux_RecipientList::drop() {
     blocks_.clear();
     blocks_.shrink_to_fit();
     count_ = 0;
@@ -124,7 +124,7 @@ bool ux_InGrowRecipList() {
 
 void ux_InFreeRecipList() {
     const er_Trace trace("ux_InFreeRecipList");
-    ux_recipients().gRecipList.free();
+    ux_recipients().gRecipList.drop();
     ux_recipients().index = {};
 }
 

@@ -61,7 +61,7 @@ public:
 
     void grow();              // room for kStep more; throws std::bad_alloc and is as it was
     RecipientInfo& append();  // the next entry, as made; there must be room; throws std::bad_alloc
-    void free();              // drops the entries and their storage; size() stays
+    void drop();              // drops the entries and their storage; size() stays
 
 private:
     void make_block_for(std::size_t entry);
