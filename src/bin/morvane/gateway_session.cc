@@ -233,8 +233,8 @@ void GatewaySession::on_readable() {
 
 // Keeps some of the text ready to be written. A text that cannot be read to its end is not sent to its end either.
 void GatewaySession::fill() {
-    if (out_at_ == out_.size()) {
-        out_.clear();
+    if (out_at_ == out_.size() || out_at_ >= kMostPending) {  // a gateway that keeps up never lets it run empty
+        out_.erase(0, out_at_);
         out_at_ = 0;
     }
     try {
