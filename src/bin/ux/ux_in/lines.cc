@@ -130,11 +130,13 @@ ux_CommandLine ux_LineReader::command() {
         blank_nuls(piece_);
         return {view(piece_), false};
     }
-    bool too_long = piece_.size() > kCommandLineLimit;
-    std::string start(view(piece_.first(std::min(piece_.size(), kCommandLineLimit))));
-    // CRs that were held back are text only when something else follows them.
-    while (!whole_ && next_piece(kBuffer / 2)) too_long |= without_returns(piece_) > 0;
-    returns_ = std::move(start);
+    // A longer line is read to its end. CRs that were held back are text only when something else, or nothing, follows.
+    std::string text(view(piece_));
+    while (!whole_ && next_piece(kBuffer / 2))
+        if (text.size() <= kCommandLineLimit) text.append(view(piece_).substr(0, kCommandLineLimit + 1));
+    const bool too_long = text.size() > kCommandLineLimit;
+    text.resize(std::min(text.size(), kCommandLineLimit));
+    returns_ = std::move(text);
     piece_ = returns_;
     blank_nuls(piece_);
     return {view(piece_), too_long};
