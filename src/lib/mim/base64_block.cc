@@ -18,22 +18,6 @@ constexpr std::array<std::uint8_t, 256> make_values() {
     return values;
 }
 
-bool run_by_table(std::string_view in, char* out) {
-    unsigned bad = 0;
-    for (std::size_t at = 0; at < in.size(); at += 4, out += 3) {
-        const unsigned a = kBase64Values[static_cast<unsigned char>(in[at])];
-        const unsigned b = kBase64Values[static_cast<unsigned char>(in[at + 1])];
-        const unsigned c = kBase64Values[static_cast<unsigned char>(in[at + 2])];
-        const unsigned d = kBase64Values[static_cast<unsigned char>(in[at + 3])];
-        bad |= a | b | c | d;
-        const unsigned group = a << 18 | b << 12 | c << 6 | d;
-        out[0] = static_cast<char>(group >> 16);
-        out[1] = static_cast<char>(group >> 8);
-        out[2] = static_cast<char>(group);
-    }
-    return (bad & 0xC0) == 0;
-}
-
 #if defined(__x86_64__)
 
 constexpr std::size_t kStep = 32;
@@ -87,9 +71,25 @@ const bool has_avx2 = __builtin_cpu_supports("avx2");
 
 constinit const std::array<std::uint8_t, 256> kBase64Values = make_values();
 
+bool mim_base64_run_by_table(std::string_view in, char* out) {
+    unsigned bad = 0;
+    for (std::size_t at = 0; at < in.size(); at += 4, out += 3) {
+        const unsigned a = kBase64Values[static_cast<unsigned char>(in[at])];
+        const unsigned b = kBase64Values[static_cast<unsigned char>(in[at + 1])];
+        const unsigned c = kBase64Values[static_cast<unsigned char>(in[at + 2])];
+        const unsigned d = kBase64Values[static_cast<unsigned char>(in[at + 3])];
+        bad |= a | b | c | d;
+        const unsigned group = a << 18 | b << 12 | c << 6 | d;
+        out[0] = static_cast<char>(group >> 16);
+        out[1] = static_cast<char>(group >> 8);
+        out[2] = static_cast<char>(group);
+    }
+    return (bad & 0xC0) == 0;
+}
+
 bool mim_base64_run(std::string_view in, char* out) {
 #if defined(__x86_64__)
     if (has_avx2 && in.size() >= kStep) return run_avx2(in, out);
 #endif
-    return run_by_table(in, out);
+    return mim_base64_run_by_table(in, out);
 }

@@ -16,3 +16,5 @@ extern const std::array<std::uint8_t, 256> kBase64Values;
 // kBase64Slack more bytes are written to. False when a character is not of the alphabet; what was written is void then.
 inline constexpr std::size_t kBase64Slack = 16;
 bool mim_base64_run(std::string_view in, char* out);
+// The same without the wide instructions: for processors that lack them, and for comparison.
+bool mim_base64_run_by_table(std::string_view in, char* out);

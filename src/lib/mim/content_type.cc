@@ -23,6 +23,7 @@ namespace {
 constexpr std::string_view kFile = "~/sys/mimetypes.toml";
 constexpr std::size_t kFileLimit = 1 << 20;
 constexpr std::string_view kCharset = "charset";
+constexpr std::string_view kStarredCharset = "charset*";
 
 struct BuiltInRow {
     std::string_view mime;
@@ -59,8 +60,8 @@ public:
         std::ranges::stable_sort(rows_, {}, &Row::name);
         for (std::size_t at = 1; at < rows_.size(); ++at)
             if (rows_[at].name == rows_[at - 1].name) report(rows_[at]);
-        const auto repeated = std::ranges::unique(rows_, {}, &Row::name);
-        rows_.erase(repeated.begin(), repeated.end());
+        const auto same = [](const Row& one, const Row& other) { return one.name == other.name; };
+        rows_.erase(std::unique(rows_.begin(), rows_.end(), same), rows_.end());
     }
     std::optional<std::int32_t> find(std::string_view name) const {
         std::string wanted(name);
@@ -210,7 +211,7 @@ std::string bare_type(std::string_view value) {
 // A set counts as it is known here; an empty one is none.
 std::string charset_of(const msl_Field& field) {
     auto parameter = field.parameter(kCharset);
-    if (!parameter) parameter = field.parameter("charset*");
+    if (!parameter) parameter = field.parameter(kStarredCharset);
     if (!parameter) return {};
     const std::string_view label = mim_SpaceTrimming(parameter->value);
     return std::string(ccs_native_name(label).substr(0, kSetNameLimit));
@@ -231,6 +232,25 @@ std::string as_token(std::string_view name) {
     for (const char c : name)
         if (c > 0x20 && c < 0x7F && std::string_view("()<>@,;:\\\"/[]?=").find(c) == std::string_view::npos) token += c;
     return token;
+}
+
+bool has_charset(const std::string& type, std::string_view name) {
+    const auto parameter = msl_Field(type).parameter(kCharset);
+    return parameter && parameter->value == name;
+}
+
+// `text` in place of what stands from `begin` to `end`. Where quotes ended the value and something stands directly
+// behind them, a semicolon ends it now.
+std::string put_over(std::string type, std::size_t begin, std::size_t end, const std::string& text,
+                     std::string_view name) {
+    type.replace(begin, end - begin, text);
+    if (!has_charset(type, name)) type.insert(begin + text.size(), 1, ';');
+    return type;
+}
+
+std::string put_behind(std::string type, std::string_view name) {
+    type.erase(type.find_last_not_of("; \t\r\n") + 1);
+    return type.append("; charset=").append(name);
 }
 
 }  // namespace
@@ -256,16 +276,21 @@ std::string mim_InsertNewCSName(std::string_view content_type, std::string_view 
     const er_Trace trace("mim_InsertNewCSName");
     const ccs_Descriptor* set = ccs_GetCSDescriptor2(native_set);
     const std::string name = set != nullptr ? std::string(set->mime) : as_token(native_set);
-    std::string result(content_type);
-    if (name.empty()) return result;
+    std::string type(content_type);
+    if (name.empty()) return type;
 
     const msl_Field field(content_type);
     if (const auto plain = field.parameter(kCharset))
-        return result.replace(plain->value_begin, plain->value_end - plain->value_begin, name);
-    if (const auto starred = field.parameter("charset*"))
-        return result.replace(starred->name_begin, starred->value_end - starred->name_begin, "charset=" + name);
-    result.erase(result.find_last_not_of("; \t\r\n") + 1);
-    return result.append("; charset=").append(name);
+        type = put_over(std::move(type), plain->value_begin, plain->value_end, name, name);
+    else if (const auto starred = field.parameter(kStarredCharset))
+        type = put_over(std::move(type), starred->name_begin, starred->value_end, "charset=" + name, name);
+    else
+        type = put_behind(std::move(type), name);
+    if (has_charset(type, name)) return type;
+    // The old value held what kept a comment before it open, and now that comment swallows the new one.
+    const std::string bare = bare_type(field.value());
+    const std::size_t slash = bare.find('/');
+    return put_behind(as_token(bare.substr(0, slash)) + '/' + as_token(bare.substr(slash + 1)), name);
 }
 
 void mim_reset_types(std::string path) { state() = State{false, std::move(path), {}}; }

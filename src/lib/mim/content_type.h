@@ -39,8 +39,9 @@ std::optional<std::int32_t> mim_FileExtToQNType(std::string_view file_name);
 
 // The content type with the MIME name of `native_set` (any name of a set; one that is not known is written as it is,
 // less what no parameter may hold) as its charset parameter: over the value of the one that it has, else as
-// "; charset=NAME" at the end, in place of the blanks and semicolons there. Of a charset parameter in the form of RFC
-// 2231 the first section is overwritten, name and all. A set without a name changes nothing.
+// "; charset=NAME" at the end, in place of the blanks and semicolons there. Of a charset parameter in the form of
+// RFC 2231 the first section is overwritten, name and all. A set without a name changes nothing. What is written is
+// what is read again: where the text is so broken that it would not be, the bare type and the parameter are the result.
 std::string mim_InsertNewCSName(std::string_view content_type, std::string_view native_set);
 
 // Forgets the map, and reads `path` instead of the home's file when one is given; for tests and tools.

@@ -7,7 +7,8 @@
 //   identity           7bit, 8bit, binary, nothing, and whatever is not known
 //   base64             characters of no meaning are skipped; missing padding yields the octets there are; data after
 //                      padding goes on
-//   quoted-printable   a bad escape stays as it stands; blanks at a line's end are dropped
+//   quoted-printable   a bad escape stays as it stands; blanks at a line's end are dropped, also those behind the "="
+//                      of a soft line break
 //   uuencode           x-uuencode, uuencode, x-uue: from its "begin" line to its "end" line; without a "begin" line the
 //                      body is as it stands
 #pragma once
@@ -35,10 +36,11 @@ class mim_Decoder {
 public:
     virtual ~mim_Decoder() = default;
     virtual void piece(const mim_LinePiece& line) = 0;
-    // Decodes lines at the start of `block`, which begins a line, as far as they are all alike and ordinary; returns
-    // how many bytes it took, whole lines only. A line that begins with "-" or "." is never taken. 0: feed piece()
-    // next.
-    virtual std::size_t lines(std::string_view) { return 0; }
+    // Decodes lines at the start of `block`, which begins a line, as far as they are ordinary; returns how many bytes
+    // it took, whole lines only. 0: feed piece() next. Never taken is a line that is not the decoder's alone to judge:
+    // one that begins with "-" (a boundary?) or "." (a stuffed dot, or the end?), that holds a NUL byte, or that is too
+    // long to come in one piece.
+    virtual std::size_t lines(std::string_view block) = 0;
     // The body has ended. `at_boundary`: a boundary line follows, to which the last line end belongs.
     virtual void finish(bool at_boundary) = 0;
 };

@@ -4,8 +4,9 @@
 #include <cstddef>
 #include <string_view>
 
-inline constexpr std::size_t kUuFullLine = 45;   // bytes of a line that is not the last
-inline constexpr std::size_t kUuMostBytes = 63;  // the largest count
+inline constexpr std::size_t kUuFullLine = 45;                           // bytes of a line that is not the last
+inline constexpr std::size_t kUuMostBytes = 63;                          // the largest count
+inline constexpr std::size_t kUuLongestLine = 1 + kUuMostBytes / 3 * 4;  // what is beyond it means nothing
 // What mim_uu_decode_line may write to: the bytes, and the excess of the last group of eight characters.
 inline constexpr std::size_t kUuRoom = 68;
 

@@ -98,6 +98,12 @@ std::string_view likely_set(std::string_view text) {
     return is_utf8(text) ? kUtf8Set : std::string_view();
 }
 
+// Text in a set that nobody knows, but nothing in it tells it from ASCII: most likely it is.
+bool is_plain(const msl_Parameter& parameter) {
+    return ccs_GetCSDescriptor2(parameter.charset) == nullptr &&
+           inet_Subject_toRfc2047_dstring(parameter.value, kAsciiSet, kShorterMethod) == parameter.value;
+}
+
 }  // namespace
 
 class msl_FieldReader {
@@ -234,8 +240,8 @@ std::vector<const msl_Field::Section*> msl_Field::sections(std::string_view name
         if (section.starred == starred && dstring_equal_ignoring_case(its_name, name)) found.push_back(&section);
     }
     std::ranges::stable_sort(found, {}, &Section::number);
-    const auto repeated = std::ranges::unique(found, {}, &Section::number);
-    found.erase(repeated.begin(), repeated.end());
+    const auto same = [](const Section* one, const Section* other) { return one->number == other->number; };
+    found.erase(std::unique(found.begin(), found.end(), same), found.end());
     if (!found.empty() && found.front()->number == kNoSections) found.resize(1);
     return found;
 }
@@ -282,6 +288,7 @@ std::optional<msl_Parameter> msl_Field::parameter(std::string_view name) const {
 
 std::string msl_convert2231to2047(const msl_Parameter& parameter) {
     if (parameter.charset.empty() && holds_encoded_word(parameter.value)) return parameter.value;
+    if (is_plain(parameter)) return parameter.value;
     const std::string_view set = parameter.charset.empty() ? likely_set(parameter.value) : parameter.charset;
     return inet_Subject_toRfc2047_dstring(parameter.value, set, kShorterMethod);
 }

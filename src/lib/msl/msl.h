@@ -70,9 +70,9 @@ private:
 };
 
 // The value of an RFC 2231 parameter as header text in the form of RFC 2047: printable ASCII as it stands, anything
-// else as encoded words labelled with the set's MIME name. A set that is not known keeps its label and its bytes.
-// Without a label, 8-bit text is UTF-8 when it reads as such, else of an unknown set, and encoded words in it stay as
-// they are.
+// else as encoded words labelled with the set's MIME name. A set that is not known keeps its label and its bytes,
+// but what reads as ASCII in it stands as it is. Without a label, 8-bit text is UTF-8 when it reads as such, else of an
+// unknown set, and encoded words in it stay as they are.
 std::string msl_convert2231to2047(const msl_Parameter& parameter);
 
 // The header of one part: its fields by their code.

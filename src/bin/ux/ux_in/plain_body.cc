@@ -3,6 +3,7 @@
 // and then a blank line, are dropped.
 #include "ux_in/plain_body.h"
 
+#include <cstring>
 #include <optional>
 #include <string>
 #include <utility>
@@ -19,7 +20,7 @@
 namespace {
 
 constexpr std::string_view kBeginWord = "begin ";
-constexpr std::size_t kOrdinaryWindow = 4096;
+constexpr std::size_t kOrdinaryWindow = 8192;
 constexpr int kTextNotWritten = 1412;
 constexpr int kUuencodedItemFound = 1513;
 constexpr int kTextPartMade = 1520;
@@ -38,10 +39,10 @@ private:
     void take_item(const std::string& RawItemSubject);
     void take_text(const ux_MailText& line);
     void take_ordinary_lines();
-    std::size_t ordinary_lines(std::string_view ahead) const;
+    bool is_ordinary(std::string_view line) const;
+    std::size_t store_lines(std::string_view ahead);
     std::string_view converted(std::string_view text, bool whole);
     void append_text(std::string_view text, bool line_end);
-    void write_text(std::string_view text);
     void open_text();
     void close_text(bool more_parts);
     bool convert_part(ux_ContentItem& part, bool AsciiFile);
@@ -141,37 +142,39 @@ void PlainBody::take_item(const std::string& RawItemSubject) {
     Skip1BlankLine_ = false;
 }
 
-// Where the first line of `lines` that begins with `start` stands, or the end.
-std::size_t find_line(std::string_view lines, std::string_view start) {
-    if (lines.starts_with(start)) return 0;
-    const std::size_t found = lines.find("\n" + std::string(start));
-    return found == std::string_view::npos ? lines.size() : found + 1;
+// A line that is stored as it stands: no dot and no word at its start means something.
+bool PlainBody::is_ordinary(std::string_view line) const {
+    if (line.starts_with('.')) return false;
+    if (!uudecode_) return true;
+    return !line.starts_with(kBeginWord) && !(stop_text_ && line.starts_with(*stop_text_));
 }
 
-// How much of what lies ready is whole lines of text that are stored as they stand: no line end but LF, no NUL, no dot
-// and no word at a line start that means something. Only a window is looked at: what is found odd in it is looked at
-// again with the next line.
-std::size_t PlainBody::ordinary_lines(std::string_view ahead) const {
-    ahead = ahead.substr(0, kOrdinaryWindow);
-    for (const char odd : {'\r', '\0'}) ahead = ahead.substr(0, ahead.find(odd));
-    ahead = ahead.substr(0, ahead.rfind('\n') + 1);  // npos + 1 is 0: not one whole line
-    ahead = ahead.substr(0, find_line(ahead, "."));
-    if (uudecode_) ahead = ahead.substr(0, find_line(ahead, kBeginWord));
-    if (uudecode_ && stop_text_) ahead = ahead.substr(0, find_line(ahead, *stop_text_));
-    return ahead.size();
+// Stores the ordinary lines at the front of `ahead` and returns how many bytes they were, line ends included.
+std::size_t PlainBody::store_lines(std::string_view ahead) {
+    std::size_t taken = 0;
+    for (;;) {
+        const std::string_view rest = ahead.substr(taken);
+        const std::size_t line_feed = rest.find('\n');
+        if (line_feed == std::string_view::npos || !is_ordinary(rest)) return taken;
+        std::string_view line = rest.substr(0, line_feed);
+        while (line.ends_with('\r')) line.remove_suffix(1);
+        append_text(line, true);
+        taken += line_feed + 1;
+    }
 }
 
-// Most text needs no look at its lines one by one: it goes from the reader's buffer into the item's as it is.
+// Most text needs no look at its pieces one by one: its lines go from the reader's buffer into the item's. A window at
+// a time, because what stops us in it (a NUL, a line that means something) is looked at again with the next line.
 void PlainBody::take_ordinary_lines() {
     if (!text_ || convert_lines_ || Skip1EndLine_ || Skip1BlankLine_) return;
     ux_LineReader& input = ux_Input();
-    std::string_view lines = input.lines_ahead();
-    while (const std::size_t count = ordinary_lines(lines)) {
-        const std::string_view ordinary = lines.substr(0, count);
-        AsciiSoFar_ = AsciiSoFar_ && ccs_Is7BitAscii(ordinary);
-        write_text(ordinary);
-        input.take_lines(count);
-        lines.remove_prefix(count);
+    for (;;) {
+        std::string_view window = input.lines_ahead().substr(0, kOrdinaryWindow);
+        window = window.substr(0, window.find('\0'));
+        const std::size_t taken = store_lines(window);
+        if (taken == 0) return;
+        AsciiSoFar_ = AsciiSoFar_ && ccs_Is7BitAscii(window.substr(0, taken));
+        input.take_lines(taken);
     }
 }
 
@@ -193,13 +196,11 @@ std::string_view PlainBody::converted(std::string_view text, bool whole) {
 }
 
 void PlainBody::append_text(std::string_view text, bool line_end) {
-    write_text(text);
-    if (line_end) write_text("\n");
-}
-
-void PlainBody::write_text(std::string_view text) {
     try {
-        text_.write(text);
+        char* const room = text_.room(text.size() + 1);
+        std::memcpy(room, text.data(), text.size());
+        room[text.size()] = '\n';
+        text_.advance(text.size() + (line_end ? 1 : 0));
     } catch (const er_Escape& escape) {
         er_TracedEscape(kGatewayGroup, kTextNotWritten, escape.what());
     }

@@ -1,0 +1,70 @@
+// Quoted-printable runs: see quoted_run.h. Text between escapes is copied eight bytes at a time, looking for the next
+// "=" in all of them at once; escapes often follow each other directly, so each looks for the next before the search
+// goes on.
+#include "mim/quoted_run.h"
+
+#include <array>
+#include <bit>
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+
+namespace {
+
+constexpr std::uint8_t kNoDigit = 0xF0;  // bits that no value has
+
+constexpr std::array<std::uint8_t, 256> make_digits() {
+    std::array<std::uint8_t, 256> digits{};
+    digits.fill(kNoDigit);
+    for (unsigned value = 0; value < 10; ++value) digits['0' + value] = static_cast<std::uint8_t>(value);
+    for (unsigned value = 10; value < 16; ++value)  // small letters are not allowed, but written
+        digits['A' + value - 10] = digits['a' + value - 10] = static_cast<std::uint8_t>(value);
+    return digits;
+}
+constexpr auto kDigits = make_digits();
+
+constexpr std::size_t kWord = sizeof(std::uint64_t);
+
+// How many of the word's bytes, in the order of memory, stand before its first "="; kWord: there is none.
+std::size_t bytes_before_escape(std::uint64_t word) {
+    if constexpr (std::endian::native == std::endian::big) word = __builtin_bswap64(word);
+    constexpr std::uint64_t ones = 0x0101010101010101U;
+    const std::uint64_t zeros = word ^ (ones * '=');
+    const std::uint64_t marks = (zeros - ones) & ~zeros & (ones << 7);  // exact up to the first zero byte
+    return static_cast<std::size_t>(std::countr_zero(marks)) / 8;
+}
+
+// A byte's value from the two characters after "=", or more than 255.
+unsigned escaped_byte(const char* digits) {
+    const unsigned high = kDigits[static_cast<unsigned char>(digits[0])];
+    const unsigned low = kDigits[static_cast<unsigned char>(digits[1])];
+    return ((high | low) & kNoDigit) != 0 ? 256U : high << 4 | low;
+}
+
+}  // namespace
+
+char* mim_quoted_run(std::string_view in, const char* before, char* out, bool joins) {
+    const char* at = in.data();
+    const char* const end = at + in.size();
+    while (at != end) {
+        while (static_cast<std::size_t>(end - at) >= kWord) {
+            std::uint64_t word;
+            std::memcpy(&word, at, kWord);
+            std::memcpy(out, &word, kWord);
+            const std::size_t plain = bytes_before_escape(word);
+            at += plain;
+            out += plain;
+            if (plain != kWord) break;
+        }
+        while (end - at > 2 && *at == '=') {
+            const unsigned byte = escaped_byte(at + 1);
+            if (byte > 255) break;
+            if (joins && byte == '\n' && out != before && out[-1] == '\r') --out;
+            *out++ = static_cast<char>(byte);
+            at += 3;
+        }
+        // A "=" that is no escape, or one of the last characters.
+        if (at != end && (*at == '=' || static_cast<std::size_t>(end - at) < kWord)) *out++ = *at++;
+    }
+    return out;
+}
