@@ -45,7 +45,7 @@ private:
 bool SyncRing::sync(std::span<const int> files) {
     if (!usable_ || files.size() > kAtOnce || process_ != ::getpid()) return false;
     for (const int file : files) ::io_uring_prep_fsync(::io_uring_get_sqe(&ring_), file, 0);
-    const int submitted = ::io_uring_submit(&ring_);
+    const int submitted = ::io_uring_submit_and_wait(&ring_, static_cast<unsigned>(files.size()));
     const int failure = submitted > 0 ? await(static_cast<unsigned>(submitted)) : 0;
     const bool all = submitted == static_cast<int>(files.size());
     if (!all) give_up();
