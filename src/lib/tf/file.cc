@@ -54,17 +54,40 @@ std::string_view tf_File::bytes_at(std::uint64_t at, std::size_t count) {
     return std::string_view(window_).substr(static_cast<std::size_t>(at - window_at_), count);
 }
 
-bool tf_File::read(tf_Record& record) {
+bool tf_File::read_head(tf_RecordHead& head) {
     const auto at = static_cast<std::uint64_t>(next_);
     if (at >= item_.size()) return false;
-    const std::uint64_t left = item_.size() - at;
-    const std::uint32_t size = tf_record_size(bytes_at(at, kTfHeaderSize));
-    if (size > left || size == 0) er_SystemEscape(EILSEQ, "record at " + std::to_string(at));
-    record.assign(std::string(bytes_at(at, size)));
-    last_read_ = next_;
-    last_size_ = size;
+    const std::string_view bytes = bytes_at(at, kTfHeaderSize);
+    const std::uint32_t size = tf_record_size(bytes);
+    if (size > item_.size() - at || size == 0) er_SystemEscape(EILSEQ, "record at " + std::to_string(at));
+    tf_Record record;
+    record.assign(std::string(bytes));
+    head = {next_, size, record.type()};
     next_ += size;
     return true;
+}
+
+void tf_File::read_at(const tf_RecordHead& head, tf_Record& record) {
+    record.assign(std::string(bytes_at(static_cast<std::uint64_t>(head.position), head.size)));
+}
+
+bool tf_File::read(tf_Record& record) {
+    tf_RecordHead head;
+    if (!read_head(head)) return false;
+    read_at(head, record);
+    last_read_ = head.position;
+    last_size_ = head.size;
+    return true;
+}
+
+void tf_File::set_bits(const tf_RecordHead& head, std::size_t at, std::int32_t bits) {
+    constexpr std::size_t width = 4;
+    if (at + width > head.size) er_SystemEscape(EINVAL, "bits beyond a record");
+    tf_Record value;
+    value.assign(std::string(bytes_at(static_cast<std::uint64_t>(head.position) + at, width)));
+    value.put32(0, value.get32(0) | bits);
+    item_.overwrite(static_cast<std::uint64_t>(head.position) + at, value.bytes().substr(0, width));
+    window_.clear();
 }
 
 void tf_File::overwrite(const tf_Record& record) {

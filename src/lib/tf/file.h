@@ -10,6 +10,13 @@
 #include "im/im.h"
 #include "tf/record.h"
 
+// Where a record stands, and what it is.
+struct tf_RecordHead {
+    std::int64_t position = 0;
+    std::uint32_t size = 0;
+    std::int32_t type = 0;
+};
+
 class tf_File {
 public:
     tf_File() = default;
@@ -25,6 +32,13 @@ public:
     void go_to(std::int64_t position) { next_ = position; }
     bool read(tf_Record& record);             // false at the end; raises EILSEQ on a size that cannot be
     void overwrite(const tf_Record& record);  // the record just read; raises EINVAL unless its length is the same
+    std::int64_t end() const { return static_cast<std::int64_t>(item_.size()); }  // where the next record will begin
+    // The next record's head alone, however long the record; the file goes on behind it. False at the end; raises as
+    // read().
+    bool read_head(tf_RecordHead& head);
+    void read_at(const tf_RecordHead& head, tf_Record& record);  // the whole record of a head
+    // Sets bits in the 32-bit value at offset `at` of a record, in place.
+    void set_bits(const tf_RecordHead& head, std::size_t at, std::int32_t bits);
     std::int64_t previous() const { return previous_; }
 
 private:

@@ -1,0 +1,59 @@
+// What converting a MIME message is about: the conversion as a whole, and the part in hand.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+#include "im/im.h"
+#include "msg/msg.h"
+#include "tf/file.h"
+#include "ux_mimein/content_header.h"
+
+// Process-wide values of the MIME converter; the ones that belong to one message are reset when it begins.
+struct ux_MimeState {
+    int nestLevel = 0;                        // depth of multiparts
+    int msgNestLevel = 0;                     // depth of encapsulated messages
+    bool isSendmailExhausted = false;         // the agent's text has been read to its end line while a copy was made
+    bool havePnPropsForMsg = false;           // a property part was found
+    bool IcalNowAttachment = false;           // calendar parts are only stored from now on; stays for the process
+    bool makeIcalBPDesc = true;               // a converted calendar gets a description part
+    std::int64_t icalPartAlternativePos = 0;  // of the text alternative before a calendar part; 0 none
+};
+ux_MimeState& ux_mime_state();
+void ux_begin_mime_message();  // resets what belongs to a message
+void ux_reset_mime_state();    // everything; for tests
+
+// One message's conversion.
+struct ux_MimeConversion {
+    tf_File& TfHandle;
+    Msg_File& MsgHandle;
+    bool& pbEndOfMsg;
+    bool GenObjFiles = true;
+    std::int16_t& pAckReq;
+    bool& pReplyReq;
+    std::int32_t CreateGMTTime = 0;
+    std::int16_t CreateTimeZone = 0;
+};
+
+// The boundary lines of a multipart, without their line ends; empty ones match no line.
+struct ux_PartMarkers {
+    std::string pszPartMarker;      // "--" boundary
+    std::string pszLastPartMarker;  // "--" boundary "--"
+};
+
+// The entity in hand: what a message or a multipart hands to the dispatcher.
+struct ux_MimePart {
+    std::string_view pRfc2047subject;         // for packages and item descriptions; outlives the part's conversion
+    ux_ContentHeader header;                  // type, encoding, disposition, identifier, location
+    bool bInImmediateMsg = false;             // the body of a message, not of a multipart
+    const ux_PartMarkers* markers = nullptr;  // of the enclosing multipart
+    bool* pbLastPart = nullptr;               // set when the enclosing multipart's closing line has been read
+    im_Item* pHeaderRef = nullptr;            // the message's header; deleted when the entity is done
+    im_Item* pContentHdrRef = nullptr;        // the part's own header lines
+    std::int64_t ContentTypePos = -1;
+    bool AtTopLevel = false;
+    std::int64_t tfDistListPos = -1;
+    int partNumber = 1;        // among its siblings, from 1
+    bool mapiPropped = false;  // out: the part became native properties
+};

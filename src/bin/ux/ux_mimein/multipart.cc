@@ -1,0 +1,292 @@
+// Multiparts: see multipart.h.
+#include "ux_mimein/multipart.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "cust/cust.h"
+#include "dstring/ascii.h"
+#include "er/er.h"
+#include "ux_mimein/mail_input.h"
+#include "ux_mimein/properties.h"
+
+namespace {
+
+constexpr int kBoundaryNotUnique = 1428;
+constexpr int kSharedWarning = 24071;
+constexpr std::int32_t kParallelPackage = 2;
+constexpr std::int32_t kSignedPackage = 4;
+constexpr std::int32_t kNestedPackageType = 3;
+constexpr std::int32_t kNestedPackageKind = -100;
+
+// Bits that hide a content file and a package.
+constexpr std::size_t kContentFlagsAt = 24;
+constexpr std::int32_t kHiddenContent = 0x01 | 0x20;
+constexpr std::int32_t kHiddenPackage = 0x08 | 0x10;
+
+std::string_view trim_blanks(std::string_view text) {
+    const std::size_t first = text.find_first_not_of(" \t");
+    if (first == std::string_view::npos) return {};
+    return text.substr(first, text.find_last_not_of(" \t") - first + 1);
+}
+
+// Blanks go from the front of a value only: those at its end belong to it.
+std::string parameter_value(std::string_view text) {
+    text.remove_prefix(std::min(text.find_first_not_of(" \t"), text.size()));
+    if (text.starts_with('"')) text.remove_prefix(1);
+    return std::string(text.substr(0, text.find('"')));
+}
+
+bool is_line(const ux_MailText& piece, std::string_view marker) {
+    return piece.at_start && piece.whole && !marker.empty() && piece.text == marker;
+}
+
+// A closing or next boundary is taken in any case of its letters; the first of a level only as it is.
+bool is_line_in_any_case(const ux_MailText& piece, std::string_view marker) {
+    return piece.at_start && piece.whole && !marker.empty() && dstring_equal_ignoring_case(piece.text, marker);
+}
+
+class Multipart : public ux_MimeFrame {
+public:
+    Multipart(ux_MimeConversion& conversion, ux_MimePart& entity, std::string_view subtype,
+              std::optional<std::string_view> parameters)
+        : conversion_(conversion), entity_(entity), subtype_(subtype) {
+        if (parameters) parameters_ = std::string(*parameters);
+    }
+
+    ux_MimePart* next() override;
+
+private:
+    bool enter();
+    void check_unique();
+    void open();
+    bool skip_preamble();
+    void finish_part();
+    ux_MimePart* start_part();
+    void supersede();
+    void close();
+    void skip_epilogue();
+
+    bool ended() const { return conversion_.pbEndOfMsg; }
+    void append(std::int32_t type);
+    void put_object(std::string_view name, const im_Item& item, std::int32_t first, bool wrap);
+
+    ux_MimeConversion& conversion_;
+    ux_MimePart& entity_;  // this multipart
+    std::string subtype_;
+    std::optional<std::string> parameters_;
+    std::string subject_;  // of NAME, when there is one
+    ux_PartMarkers markers_;
+    ux_MultipartKind kind_;
+    bool AtTopLevel_ = false;
+    bool entered_ = false;
+    bool in_part_ = false;
+    bool bLastSubPart_ = false;
+    int partNumber_ = 0;
+    std::int64_t lPrevSubPartTFPos_ = 0;
+    im_Item ContentHdr_;
+    ux_MimePart part_;  // the body part in hand
+};
+
+ux_MimePart* Multipart::next() {
+    if (!std::exchange(entered_, true)) {
+        if (!enter()) return nullptr;
+    } else if (std::exchange(in_part_, false)) {
+        finish_part();
+    }
+    const bool more = partNumber_ > 0 ? !bLastSubPart_ : skip_preamble();
+    if (more && !ended()) return start_part();
+    close();
+    skip_epilogue();
+    --ux_mime_state().nestLevel;
+    return nullptr;
+}
+
+// Without any parameters nothing is read, and the depth stays one higher: whatever reads next finds this text.
+bool Multipart::enter() {
+    AtTopLevel_ = ++ux_mime_state().nestLevel == 1;
+    if (!parameters_) return false;
+    entity_.header.szContentID.clear();
+    entity_.header.szContentLocation.clear();
+    ux_MultipartParameters parameters = ux_InParseMPParams(*parameters_);
+    subject_ = parameters.pszName ? *std::move(parameters.pszName) : std::string(entity_.pRfc2047subject);
+    markers_.pszPartMarker = "--" + parameters.pszBoundary.value_or("");
+    markers_.pszLastPartMarker = markers_.pszPartMarker + "--";
+    check_unique();
+    kind_ = ux_InParseMPSubtype(subtype_, entity_.bInImmediateMsg);
+    open();
+    return true;
+}
+
+void Multipart::check_unique() {
+    const std::string& marker = markers_.pszPartMarker;
+    if (entity_.markers == nullptr || entity_.markers->pszPartMarker != marker) return;
+    if (cust_PresentAndFalse("UXI_CHECK_UNIQUE_BOUNDARY")) {
+        er_LogMsg(5, kSharedGroup, kSharedWarning, "Accept message with non-unique boundary: ", marker);
+        return;
+    }
+    er_LogMsg(5, kSharedGroup, kSharedWarning, "Reject message with non-unique boundary: ", marker);
+    er_TracedEscape(kGatewayGroup, kBoundaryNotUnique, marker);
+}
+
+void Multipart::open() {
+    if (kind_.bStartPkg) {
+        TFREC_start_package package;
+        tf_initTFREC_start_package(package, kNestedPackageType, kNestedPackageKind);
+        package.rfc2047subject = subject_;
+        package.pkgFlags = kind_.PackageFlags | (kind_.bParallel ? kParallelPackage : 0);
+        package.pMIMEContentType = entity_.header.pszSubPartType;
+        tf_Record record;
+        tf_ST_PKG_from_Struc(record, package);
+        tf_AppendRecord(conversion_.TfHandle, record);
+        if (entity_.pContentHdrRef != nullptr) put_object("inetContentHeader", *entity_.pContentHdrRef, 1, true);
+    } else if (kind_.bStartGrp) {
+        append(TFREC_start_alternatives);
+    }
+}
+
+bool Multipart::skip_preamble() {
+    while (!ended()) {
+        const ux_MailText piece = GetMailText();
+        if (piece.is_end) conversion_.pbEndOfMsg = true;
+        if (is_line(piece, markers_.pszPartMarker)) return true;
+    }
+    return false;
+}
+
+// The Content-Location of the part before is kept: a part without one inherits it.
+ux_MimePart* Multipart::start_part() {
+    ++partNumber_;
+    ux_MimeState& state = ux_mime_state();
+    state.icalPartAlternativePos = 0;
+    part_.header.szContentID.clear();
+    part_.header.pszSubPartEncoding.clear();
+    part_.header.pszContentDisposition.clear();
+    part_.header.pszSubPartType = dstring_equal_ignoring_case(subtype_, "Digest") ? "message/rfc822" : "";
+    ContentHdr_ = im_CrNewDataItem();
+    ux_InParseContentHeader(ContentHdr_, conversion_.pbEndOfMsg, part_.header);
+    if (kind_.bAlternative && lPrevSubPartTFPos_ > 0) supersede();
+    lPrevSubPartTFPos_ = conversion_.TfHandle.end();
+
+    part_.pRfc2047subject = subject_;
+    part_.markers = &markers_;
+    part_.pbLastPart = &bLastSubPart_;
+    part_.pContentHdrRef = &ContentHdr_;
+    part_.AtTopLevel = AtTopLevel_;
+    part_.tfDistListPos = entity_.tfDistListPos;
+    part_.partNumber = partNumber_;
+    part_.mapiPropped = false;
+    in_part_ = true;
+    return &part_;
+}
+
+// The last alternative that we know is the best one (RFC 2046, section 5.1.4). Whether a calendar replaces the text
+// before it is decided when it has been read.
+void Multipart::supersede() {
+    ux_MimeState& state = ux_mime_state();
+    if (ux_IsPotentialMapiPropsSrcBP(part_.header.pszSubPartType))
+        state.icalPartAlternativePos = lPrevSubPartTFPos_;
+    else
+        ux_InMarkPrevPartHidden(conversion_.TfHandle, lPrevSubPartTFPos_);
+    state.makeIcalBPDesc = false;
+}
+
+void Multipart::finish_part() {
+    if (part_.mapiPropped) lPrevSubPartTFPos_ = tf_MarkPrevRecord(conversion_.TfHandle);
+    if (entity_.pContentHdrRef != nullptr && kind_.bAlternative && partNumber_ == 1)
+        put_object("inetMimeAlternative", *entity_.pContentHdrRef, 0, false);
+    ContentHdr_.unlink();
+}
+
+void Multipart::close() {
+    if (kind_.bStartPkg)
+        append(TFREC_end_package);
+    else if (kind_.bStartGrp)
+        append(TFREC_end_alternatives);
+}
+
+// To the enclosing multipart's next part or end; a message's own multipart runs to the end of the message.
+void Multipart::skip_epilogue() {
+    while (!ended() && !(entity_.pbLastPart != nullptr && *entity_.pbLastPart)) {
+        const ux_MailText piece = GetMailText();
+        if (piece.is_end) conversion_.pbEndOfMsg = true;
+        if (entity_.markers == nullptr) continue;
+        if (is_line_in_any_case(piece, entity_.markers->pszPartMarker)) return;
+        if (is_line_in_any_case(piece, entity_.markers->pszLastPartMarker)) *entity_.pbLastPart = true;
+    }
+}
+
+void Multipart::append(std::int32_t type) {
+    const tf_Record record(type);
+    tf_AppendRecord(conversion_.TfHandle, record);
+}
+
+void Multipart::put_object(std::string_view name, const im_Item& item, std::int32_t first, bool wrap) {
+    if (conversion_.GenObjFiles) mp_PutObjectFile(name, item, conversion_.TfHandle, first, wrap);
+}
+
+}  // namespace
+
+ux_MultipartParameters ux_InParseMPParams(std::string_view pszParams) {
+    const er_Trace trace("ux_InParseMPParams");
+    ux_MultipartParameters parameters;
+    while (!pszParams.empty()) {
+        const std::string_view parameter = pszParams.substr(0, pszParams.find(';'));
+        pszParams.remove_prefix(std::min(parameter.size() + 1, pszParams.size()));
+        const std::size_t equals = parameter.find('=');
+        if (equals == std::string_view::npos) continue;
+        const std::string_view name = trim_blanks(parameter.substr(0, equals));
+        const std::string_view value = parameter.substr(equals + 1);
+        if (dstring_equal_ignoring_case(name, "boundary")) parameters.pszBoundary = parameter_value(value);
+        if (dstring_equal_ignoring_case(name, "name")) parameters.pszName = parameter_value(value);
+        if (dstring_equal_ignoring_case(name, "report-type")) parameters.pszReportType = parameter_value(value);
+    }
+    return parameters;
+}
+
+ux_MultipartKind ux_InParseMPSubtype(std::string_view pszContentSubType, bool bInImmediateMsg) {
+    const er_Trace trace("ux_InParseMPSubtype");
+    ux_MultipartKind kind;
+    if (dstring_equal_ignoring_case(pszContentSubType, "alternative")) {
+        kind.bStartGrp = kind.bAlternative = true;
+    } else if (dstring_equal_ignoring_case(pszContentSubType, "parallel")) {
+        kind.bStartPkg = kind.bParallel = true;
+    } else if (dstring_equal_ignoring_case(pszContentSubType, "signed")) {
+        kind.bSigned = kind.bStartPkg = true;
+        kind.PackageFlags = kSignedPackage;
+    } else if (dstring_equal_ignoring_case(pszContentSubType, "report")) {
+        kind.bReport = true;
+    } else {
+        kind.bStartPkg = !bInImmediateMsg;
+    }
+    return kind;
+}
+
+void ux_InMarkPrevPartHidden(tf_File& pTfHandle, std::int64_t lPrevSubPartTFPos) {
+    const er_Trace trace("ux_InMarkPrevPartHidden");
+    bool before_packages = true;
+    tf_RecordHead head;
+    tf_GotoRecord(pTfHandle, lPrevSubPartTFPos);
+    while (pTfHandle.read_head(head)) {
+        if (head.type == TFREC_content_file_type && before_packages)
+            pTfHandle.set_bits(head, kContentFlagsAt, kHiddenContent);
+        if (head.type != TFREC_start_package_type) continue;
+        before_packages = false;
+        tf_Record record;
+        pTfHandle.read_at(head, record);
+        std::size_t flags_at = 24;  // after three strings
+        for (int i = 0; i < 3; ++i) flags_at += record.get_string(flags_at).size() + 1;
+        pTfHandle.set_bits(head, flags_at, kHiddenPackage);
+    }
+}
+
+void ux_GenerateStartAltGroup(tf_Record& TfRecord) { tf_InitRecord(TfRecord, TFREC_start_alternatives); }
+void ux_GenerateAltGroup(tf_Record& TfRecord) { tf_InitRecord(TfRecord, TFREC_end_alternatives); }
+void mp_GenerateEndPackage(tf_Record& TfRecord) { tf_InitRecord(TfRecord, TFREC_end_package); }
+
+std::unique_ptr<ux_MimeFrame> ux_InParseMimeMultiPart(ux_MimeConversion& conversion, ux_MimePart& part,
+                                                      std::string_view pszContentSubType,
+                                                      std::optional<std::string_view> pszParameters) {
+    const er_Trace trace("ux_InParseMimeMultiPart");
+    return std::make_unique<Multipart>(conversion, part, pszContentSubType, pszParameters);
+}

@@ -1,0 +1,62 @@
+// Multiparts (RFC 2046, section 5.1): boundaries, packages and alternative groups. A multipart is a frame on the entity
+// dispatcher's stack: it hands out its body parts one by one and is asked again when the one before is done.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "tf/file.h"
+#include "ux_mimein/mime_part.h"
+
+// An entity that holds other entities, on the dispatcher's stack.
+class ux_MimeFrame {
+public:
+    ux_MimeFrame() = default;
+    virtual ~ux_MimeFrame() = default;
+    ux_MimeFrame(const ux_MimeFrame&) = delete;
+    ux_MimeFrame& operator=(const ux_MimeFrame&) = delete;
+    // The next part to convert, owned by the frame; none: the entity is done. The part before is done by then.
+    virtual ux_MimePart* next() = 0;
+};
+
+// What a multipart's parameters say; a parameter that is not there has none.
+struct ux_MultipartParameters {
+    std::optional<std::string> pszBoundary;
+    std::optional<std::string> pszName;
+    std::optional<std::string> pszReportType;
+};
+// Takes BOUNDARY, NAME and report-type out of the text after the first ";". A value runs to the next ";"; it loses one
+// leading double quote and what begins with the next one. The last of several holds.
+ux_MultipartParameters ux_InParseMPParams(std::string_view pszParams);
+
+// What a multipart's subtype makes of it.
+struct ux_MultipartKind {
+    bool bStartGrp = false;     // an alternative group
+    bool bAlternative = false;  // superseded alternatives are hidden
+    bool bParallel = false;     // the package is marked parallel
+    bool bSigned = false;
+    bool bStartPkg = false;  // a package
+    bool bReport = false;
+    std::int32_t PackageFlags = 0;
+};
+// smime_v2 (the key SMIME_V2) is read with the first multipart/signed of the process.
+ux_MultipartKind ux_InParseMPSubtype(std::string_view pszContentSubType, bool bInImmediateMsg);
+
+// Marks the records of a superseded alternative hidden: from lPrevSubPartTFPos the content-file records before the
+// first package, and every package, to the end of the file.
+void ux_InMarkPrevPartHidden(tf_File& pTfHandle, std::int64_t lPrevSubPartTFPos);
+
+// Empty records around an alternative group, and after a package.
+void ux_GenerateStartAltGroup(tf_Record& TfRecord);
+void ux_GenerateAltGroup(tf_Record& TfRecord);
+void mp_GenerateEndPackage(tf_Record& TfRecord);
+
+// A multipart. `part` and `conversion` outlive the frame; pszParameters: the text after the first ";" of the content
+// type, none when there is no ";". Raises 102/1428 for a boundary that is the enclosing multipart's too, unless
+// UXI_CHECK_UNIQUE_BOUNDARY is false.
+std::unique_ptr<ux_MimeFrame> ux_InParseMimeMultiPart(ux_MimeConversion& conversion, ux_MimePart& part,
+                                                      std::string_view pszContentSubType,
+                                                      std::optional<std::string_view> pszParameters);
