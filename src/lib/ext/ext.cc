@@ -35,7 +35,8 @@ void ext_SetUidToMorvane() {
     if (::geteuid() == home.st_uid && ::getuid() == home.st_uid) return;
     if (::geteuid() == 0) {
         take_groups(home.st_uid, home.st_gid);
-        if (::setresgid(home.st_gid, home.st_gid, home.st_gid) != 0) er_SystemEscape(errno, "group of the home's owner");
+        if (::setresgid(home.st_gid, home.st_gid, home.st_gid) != 0)
+            er_SystemEscape(errno, "group of the home's owner");
     } else if (::geteuid() != home.st_uid) {
         return;
     }
