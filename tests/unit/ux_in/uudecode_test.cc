@@ -149,6 +149,44 @@ TEST_F(Uudecode, FullLinesTakeEveryCharacter) {
     }
 }
 
+// What a line of count 45 with these characters stands for: missing ones are zero bits.
+std::string meaning_of(std::string characters) {
+    characters.resize(60, ' ');
+    std::string bytes;
+    for (std::size_t at = 0; at < characters.size(); at += 4) {
+        unsigned group = 0;
+        for (std::size_t i = 0; i < 4; ++i)
+            group = group << 6 | ((static_cast<unsigned char>(characters[at + i]) - 0x20U) & 63U);
+        for (const int shift : {16, 8, 0}) bytes += static_cast<char>(group >> shift & 0xFF);
+    }
+    return bytes;
+}
+
+// Lines that look full to a hurried eye: sixty bytes after the "M" are not always sixty characters of one line.
+TEST_F(Uudecode, LinesThatOnlyLookFull) {
+    const std::string x59(59, 'X'), x30(30, 'X'), x60(60, 'X');
+    const struct {
+        std::string text, bytes;
+        const char* why;
+    } rows[] = {
+        {"M" + x60 + "\n", meaning_of(x60), "a full one"},
+        {"M" + x60 + "\r\n", meaning_of(x60), "with CR LF"},
+        {"M" + x60 + "\r\r\n", meaning_of(x60), "with more CRs"},
+        {"M" + x30 + "\nM" + std::string(28, 'Y') + "\n", meaning_of(x30) + meaning_of(std::string(28, 'Y')),
+         "a line end inside"},
+        {"M" + x59 + "\r\n", meaning_of(x59), "the sixtieth is a CR of the line end"},
+        {"M" + x30 + '\0' + std::string(29, 'X') + "\n", meaning_of(x30 + ' ' + std::string(29, 'X')),
+         "a NUL is a blank"},
+        {"M" + x60 + "Z\n", meaning_of(x60), "one character more"},
+        {"M" + x60 + "\rZ\n", meaning_of(x60), "a CR that ends nothing"},
+    };
+    for (const auto& row : rows) {
+        const std::string full = encode_line(random_bytes(45, 1));
+        decode(full + "\n" + row.text + "`\nend\n.\n");
+        EXPECT_EQ(item_, random_bytes(45, 1) + row.bytes) << row.why;
+    }
+}
+
 TEST_F(Uudecode, EndsAfterTheFirstCountThatIsNot45) {
     const std::string full = encode(std::string(45, 'x'));
     const std::string bytes(45, 'x');

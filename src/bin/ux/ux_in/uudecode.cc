@@ -16,15 +16,25 @@ std::size_t append_line(std::string_view line, im_Item& item) {
     return count;
 }
 
-// Full lines at the front of what lies ready, as far as they are nothing but that: "M", sixty characters, a line end.
-void append_full_lines(ux_LineReader& input, im_Item& item) {
+// The length of the full line at the front of `text`, its line end included: "M", sixty characters none of which is a
+// NUL or part of the line end, and LF or CR LF. 0: what stands there is anything else.
+std::size_t full_line(std::string_view text) {
     constexpr std::size_t characters = 1 + kUuFullLine / 3 * 4;
+    if (!text.starts_with('M')) return 0;
+    const std::size_t line_feed = text.substr(0, characters + 2).find('\n');
+    if (line_feed == std::string_view::npos || line_feed < characters) return 0;
+    if (line_feed > characters && text[characters] != '\r') return 0;
+    const std::string_view line = text.substr(0, characters);
+    return line.ends_with('\r') || line.find('\0') != std::string_view::npos ? 0 : line_feed + 1;
+}
+
+// Full lines at the front of what lies ready go straight into the item, as far as they are nothing but that.
+void append_full_lines(ux_LineReader& input, im_Item& item) {
     std::string_view ahead = input.lines_ahead();
     const std::size_t ready = ahead.size();
-    while (ahead.size() > characters + 1 && ahead.front() == 'M') {
-        const std::size_t line_end = ahead[characters] == '\n' ? 1 : ahead.substr(characters, 2) == "\r\n" ? 2 : 0;
-        if (line_end == 0 || append_line(ahead.substr(0, characters), item) != kUuFullLine) break;
-        ahead.remove_prefix(characters + line_end);
+    while (const std::size_t length = full_line(ahead)) {
+        append_line(ahead.substr(0, 1 + kUuFullLine / 3 * 4), item);
+        ahead.remove_prefix(length);
     }
     input.take_lines(ready - ahead.size());
 }
