@@ -6,18 +6,9 @@
 #include <limits>
 #include <utility>
 
-// The parser's assertions hold for good TOML only, and each is followed by the error that it reports: without them bad
-// TOML is refused rather than the end of the process. (With NDEBUG it would even let the compiler rely on them.)
-#pragma push_macro("NDEBUG")
-#undef NDEBUG
-#define TOML_ASSERT(condition) static_cast<void>(0)
-#define TOML_ENABLE_FORMATTERS 0
-#include <toml++/toml.h>
-#pragma pop_macro("NDEBUG")
-
 #include "ccs/ccs.h"
 #include "cvc/utf8.h"
-#include "cvr/toml_text.h"
+#include "os/toml.h"
 
 namespace {
 
@@ -35,7 +26,7 @@ struct Complaint {
 // One table of the file: its values by key, and at the end what nobody asked for.
 class Section {
 public:
-    Section(const AsciiToml& source, const toml::table& table, std::string name)
+    Section(const os_AsciiToml& source, const toml::table& table, std::string name)
         : source_(source), table_(table), name_(std::move(name)) {}
 
     std::string text(std::string_view key) {
@@ -94,7 +85,7 @@ private:
     }
     std::string place(std::string_view key) const { return "key " + source_.original(key) + " of " + name_; }
 
-    const AsciiToml& source_;
+    const os_AsciiToml& source_;
     const toml::table& table_;
     std::string name_;
     std::vector<std::string_view> asked_;
@@ -102,7 +93,7 @@ private:
 
 class Parser {
 public:
-    Parser(const AsciiToml& source, std::vector<SteeringError>& warnings) : source_(source), warnings_(warnings) {}
+    Parser(const os_AsciiToml& source, std::vector<SteeringError>& warnings) : source_(source), warnings_(warnings) {}
 
     Steering parse(const toml::table& file) {
         for (const auto& [key, node] : file) top_level(key.str(), node);
@@ -182,7 +173,7 @@ private:
         steering_.converters.emplace(name, std::move(command));
     }
 
-    const AsciiToml& source_;
+    const os_AsciiToml& source_;
     std::vector<SteeringError>& warnings_;
     Steering steering_;
     std::vector<std::pair<std::size_t, const toml::node*>> named_;  // rows of converts, and where they stand
@@ -201,7 +192,7 @@ std::optional<Steering> parse_steering(std::string_view text, SteeringError& err
         error = {static_cast<unsigned>(std::count(before.begin(), before.end(), '\n')) + 1, "not UTF-8"};
         return std::nullopt;
     }
-    const AsciiToml source(text);
+    const os_AsciiToml source(text);
     try {
         const toml::table file = toml::parse(source.text());
         return Parser(source, warnings).parse(file);
