@@ -1,11 +1,11 @@
-// Multiparts: parameters, subtypes, and hiding what a better alternative replaces.
+// Multiparts: parameters and subtypes.
 #include "ux_mimein/multipart.h"
 
 #include <string>
 
 #include <gtest/gtest.h>
 
-#include "tf/file.h"
+#include "tf/record.h"
 
 namespace {
 
@@ -51,65 +51,6 @@ TEST(MultipartSubtypes, Rows) {
         EXPECT_FALSE(ux_InParseMPSubtype(other, true).bStartPkg) << other << ": a message's own body";
         EXPECT_TRUE(ux_InParseMPSubtype(other, false).bStartPkg) << other << ": a part of another";
     }
-}
-
-std::string types_and_flags(tf_File& file) {
-    std::string seen;
-    tf_Record record;
-    tf_UnreadFile(file);
-    while (tf_ReadRecord(file, record)) {
-        seen += std::to_string(record.type());
-        if (record.type() == TFREC_content_file_type) seen += ":" + std::to_string(record.get32(24));
-        if (record.type() == TFREC_start_package_type)
-            seen += ":" + std::to_string(tf_ST_PKG_to_Struc(record).pkgFlags);
-        seen += ' ';
-    }
-    return seen;
-}
-
-void append_content(tf_File& file) {
-    TFREC_content_file content;
-    tf_initTFREC_content_file(content, 1167);
-    content.contentFlags = 2;
-    tf_Record record;
-    tf_ContentFileRecFromStruc(record, content);
-    tf_AppendRecord(file, record);
-}
-
-void append_package(tf_File& file) {
-    TFREC_start_package package;
-    tf_initTFREC_start_package(package, 3, -100);
-    package.latinSubject = "s";
-    package.pkgFlags = 4;
-    tf_Record record;
-    tf_ST_PKG_from_Struc(record, package);
-    tf_AppendRecord(file, record);
-}
-
-TEST(Hiding, ContentBeforeAPackageAndEveryPackage) {
-    tf_File file = tf_CreateFile();
-    append_content(file);
-    const std::int64_t from = file.end();
-    append_content(file);
-    append_content(file);
-    append_package(file);
-    append_content(file);
-    append_package(file);
-    ux_InMarkPrevPartHidden(file, from);
-    EXPECT_EQ(types_and_flags(file), "30500:2 30500:35 30500:35 30100:28 30500:2 30100:28 ");
-    ux_InMarkPrevPartHidden(file, from);
-    EXPECT_EQ(types_and_flags(file), "30500:2 30500:35 30500:35 30100:28 30500:2 30100:28 ") << "twice is once";
-}
-
-TEST(Hiding, GoesOverLargeRecordsWithoutReadingThem) {
-    tf_File file = tf_CreateFile();
-    append_content(file);
-    im_Item large = im_CrNewDataItem();
-    large.write(std::string(100'000, 'x'));
-    mp_PutObjectFile("inetContentHeader", large, file, 0, false);
-    append_package(file);
-    ux_InMarkPrevPartHidden(file, 0);
-    EXPECT_EQ(types_and_flags(file), "30500:35 30700 30100:28 ");
 }
 
 TEST(EmptyRecords, Types) {

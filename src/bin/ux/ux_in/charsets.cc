@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <array>
+#include <tuple>
 
 #include "cust/cust.h"
 #include "cvc/cvc.h"
@@ -74,35 +75,20 @@ std::string text_target(std::string_view charset) {
     return choose(targets.ToT61CSInfo, targets.ToLatinCS);
 }
 
-bool is_text(std::int32_t type) { return type == kPlainText || type == kOtherText || type == kHtmlText; }
-
-int scan_limit() {
-    std::optional<int>& limit = ux_charsets().Limit;
-    if (!limit) limit = cust_GetInteger("UXI_AUTODETECT_SCAN_LIMIT", kScanLimit, 0, 0);
-    return *limit;
-}
-
 // Is the label of a part, or the lack of one, to be doubted?
 bool wants_detection(const ux_ContentItem& content) {
-    if (!is_text(content.FileType)) return false;
+    if (!ux::is_text_code(content.FileType)) return false;
     const char setting = ux_InAutodetectSetting();
     if (setting == 'N') return false;
     return setting == 'R' || content.CharSet.empty() || content.CharSet == ux_charsets().FromCharSet ||
            content.CharSet == kLatin1Set;
 }
 
-void log_detected(bool valid, std::string_view name, std::string_view current) {
-    if (valid)
-        er_LogMsg(11, kSharedGroup, 24070, "Valid body charset detected=", name, ", default=", current);
-    else
-        er_LogMsg(7, kSharedGroup, 24071, "Invalid body charset detected=", name, ", default=", current);
-}
-
 void detect(ux_ContentItem& content) {
-    const std::optional<std::string> detected = ux_InAutodetectCharset(content.item, scan_limit());
+    const std::optional<std::string> detected = ux_InAutodetectCharset(content.item, ux::scan_limit());
     if (!detected) return;
     const bool valid = cvc_iconv_recognised_charset(*detected);
-    log_detected(valid, *detected, content.CharSet);
+    ux::log_detected(valid, "body", *detected, content.CharSet);
     if (valid && !ccs_equal_ignoring_case(*detected, content.CharSet)) content.CharSet = cut(*detected);
 }
 
@@ -146,6 +132,21 @@ ux_CharsetState& ux_charsets() {
 }
 
 void ux_reset_charsets() { ux_charsets() = ux_CharsetState{}; }
+
+bool ux::is_text_code(std::int32_t code) { return code == kPlainText || code == kOtherText || code == kHtmlText; }
+
+int ux::scan_limit() {
+    std::optional<int>& limit = ux_charsets().Limit;
+    if (!limit) limit = cust_GetInteger("UXI_AUTODETECT_SCAN_LIMIT", kScanLimit, 0, 0);
+    return *limit;
+}
+
+void ux::log_detected(bool valid, std::string_view what, std::string_view name, std::string_view current) {
+    const auto [level, number, word] = valid ? std::tuple(11, 24070, "Valid ") : std::tuple(7, 24071, "Invalid ");
+    if (!er_Wanted(level)) return;
+    const std::string text = std::string(word).append(what) + " charset detected=";
+    er_LogMsg(level, kSharedGroup, number, text, name, ", default=", current);
+}
 
 void ux_InGetDefaultCharsets() {
     const er_Trace trace("ux_InGetDefaultCharsets");

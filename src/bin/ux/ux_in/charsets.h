@@ -38,6 +38,17 @@ struct ux_CharsetState {
 ux_CharsetState& ux_charsets();
 void ux_reset_charsets();  // for tests
 
+namespace ux {
+
+// Is a native file type code text: plain (1167, 1736) or HTML (2133)?
+bool is_text_code(std::int32_t code);
+// Bytes of a part that detection looks at (UXI_AUTODETECT_SCAN_LIMIT, read once); below 1: all of it.
+int scan_limit();
+// Logs a detected set of `what` ("body", "subject") and the one that it was taken to be in. `valid`: it can be read.
+void log_detected(bool valid, std::string_view what, std::string_view name, std::string_view current);
+
+}  // namespace ux
+
 // Loads the steering file and fills FromCharSet, ToLatinCS, ToT61CSInfo and GotInSteering, at the start of a session.
 // Raises the converter service's group and reason when a steering file is there and cannot be used.
 void ux_InGetDefaultCharsets();

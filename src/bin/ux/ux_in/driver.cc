@@ -16,6 +16,7 @@
 #include "ux_in/plain_body.h"
 #include "ux_in/recipients.h"
 #include "ux_in/records.h"
+#include "ux_mimein/entity.h"
 
 namespace {
 
@@ -46,6 +47,7 @@ private:
     void write_chosen_creator(const std::string& chosen, std::string CreatorORN);
     void attach_list();
     void convert_body();
+    void convert_mime();
     void finish();
 
     ux_Envelope& envelope_;
@@ -54,6 +56,7 @@ private:
     bool DoRFC1327SenderMap_;
     tf_File TFHandle_, DLHandle_;
     std::int64_t HeaderPos_ = -1;
+    std::int64_t ListPos_ = -1;  // of the content-file record of the address lists
     ux_UnixMsgHeader header_;
     Msg_File MsgHandle_;
     ux_RecipientWishes wishes_;
@@ -69,6 +72,7 @@ Conversion::Conversion(ux_Envelope& envelope)
 }
 
 void Conversion::run() {
+    ux_begin_mime_message();
     start_files();
     parse_header();
     write_creator();
@@ -168,12 +172,13 @@ void Conversion::attach_list() {
     tf_Record record;
     tf_ContentFileRecFromStruc(record, file);
     tf_AppendRecord(TFHandle_, record);
+    ListPos_ = tf_MarkPrevRecord(TFHandle_);
     Msg_AttachFile(MsgHandle_, DLHandle_.release_item());
 }
 
 void Conversion::convert_body() {
     if (header_.pEndOfMsg) return ux_InTidyHeader(header_.pHeaderRef);
-    if (header_.pMimeMsg) er_TracedEscape(kGatewayGroup, kNotConverted, "MIME body");
+    if (header_.pMimeMsg) return convert_mime();
     if (header_.pRfc1154) er_TracedEscape(kGatewayGroup, kNotConverted, "RFC 1154 body");
     ux_InTidyHeader(header_.pHeaderRef);
     ux_InParseUnixMsgContent({.TfHandle = TFHandle_,
@@ -182,6 +187,28 @@ void Conversion::convert_body() {
                               .pEncoding = header_.ppEncoding,
                               .MsgHandle = MsgHandle_,
                               .EndOfMsg = header_.pEndOfMsg});
+}
+
+void Conversion::convert_mime() {
+    ux_MimeConversion conversion{.TfHandle = TFHandle_,
+                                 .MsgHandle = MsgHandle_,
+                                 .pbEndOfMsg = header_.pEndOfMsg,
+                                 .GenObjFiles = ux_driver().GenObjFiles,
+                                 .pAckReq = wishes_.AckReq,
+                                 .pReplyReq = wishes_.ReplyReq,
+                                 .CreateGMTTime = header_.pCreateGMTTime,
+                                 .CreateTimeZone = header_.pCreateTimeZone};
+    ux_MimePart body;
+    body.pRfc2047subject = header_.pRfc2047subjectD;
+    body.header.pszSubPartType = header_.pMIMEContentType;
+    body.header.pszSubPartEncoding = header_.ppEncoding;
+    body.header.pszContentDisposition = header_.pMIMEContentDisposition;
+    body.bInImmediateMsg = true;
+    body.pHeaderRef = &header_.pHeaderRef;
+    body.ContentTypePos = header_.pContentTypePos;
+    body.AtTopLevel = true;
+    body.tfDistListPos = ListPos_;
+    ux_InParseMimeContent(conversion, body);
 }
 
 void Conversion::finish() {

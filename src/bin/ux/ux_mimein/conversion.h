@@ -22,9 +22,9 @@ ux_TextValidity ux_validateTextFileCharset(im_Item& item, std::string& qnCharSet
 struct StandardConverterPart {
     std::int32_t ItemType = 0;
     std::string_view pFromCharSet;
-    std::string_view pSubject;
-    std::string_view pSubjCharSet;
-    std::string_view pMimeType;
+    std::string_view pSubject = {};
+    std::string_view pSubjCharSet = {};
+    std::string_view pMimeType = {};
 };
 struct StandardConverterResult {
     bool converted = false;

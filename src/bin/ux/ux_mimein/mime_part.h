@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -9,6 +10,7 @@
 #include "msg/msg.h"
 #include "tf/file.h"
 #include "ux_mimein/content_header.h"
+#include "ux_mimein/hidden_records.h"
 
 // Process-wide values of the MIME converter; the ones that belong to one message are reset when it begins.
 struct ux_MimeState {
@@ -19,10 +21,13 @@ struct ux_MimeState {
     bool IcalNowAttachment = false;           // calendar parts are only stored from now on; stays for the process
     bool makeIcalBPDesc = true;               // a converted calendar gets a description part
     std::int64_t icalPartAlternativePos = 0;  // of the text alternative before a calendar part; 0 none
+    ITEM_REF pFirstTxtPartFName{};            // of a text/plain part numbered 1, kept for the part numbered 2
+    std::optional<bool> HaveSteering;         // there is a steering file, once that was asked
 };
 ux_MimeState& ux_mime_state();
-void ux_begin_mime_message();  // resets what belongs to a message
-void ux_reset_mime_state();    // everything; for tests
+// Resets what belongs to a message, the stream in force included.
+void ux_begin_mime_message();
+void ux_reset_mime_state();  // everything; for tests
 
 // One message's conversion.
 struct ux_MimeConversion {
@@ -34,6 +39,7 @@ struct ux_MimeConversion {
     bool& pReplyReq;
     std::int32_t CreateGMTTime = 0;
     std::int16_t CreateTimeZone = 0;
+    ux::HiddenRecords hidden = {};  // what superseded alternatives have marked in TfHandle
 };
 
 // The boundary lines of a multipart, without their line ends; empty ones match no line.

@@ -1,4 +1,5 @@
 // Process-wide values of the MIME converter: see mime_part.h.
+#include "ux_mimein/mail_input.h"
 #include "ux_mimein/mime_part.h"
 
 ux_MimeState& ux_mime_state() {
@@ -13,6 +14,10 @@ void ux_begin_mime_message() {
     const bool calendars_are_stored = state.IcalNowAttachment;
     state = ux_MimeState{};
     state.IcalNowAttachment = calendars_are_stored;
+    ux_MimeInputState& input = ux_mime_input();
+    input.mimfp = nullptr;
+    input.Reportfp = nullptr;
+    input.gCopyForReport = false;
 }
 
 void ux_reset_mime_state() { ux_mime_state() = ux_MimeState{}; }

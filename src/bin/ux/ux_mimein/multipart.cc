@@ -19,11 +19,6 @@ constexpr std::int32_t kSignedPackage = 4;
 constexpr std::int32_t kNestedPackageType = 3;
 constexpr std::int32_t kNestedPackageKind = -100;
 
-// Bits that hide a content file and a package.
-constexpr std::size_t kContentFlagsAt = 24;
-constexpr std::int32_t kHiddenContent = 0x01 | 0x20;
-constexpr std::int32_t kHiddenPackage = 0x08 | 0x10;
-
 std::string_view trim_blanks(std::string_view text) {
     const std::size_t first = text.find_first_not_of(" \t");
     if (first == std::string_view::npos) return {};
@@ -57,6 +52,7 @@ public:
     ux_MimePart* next() override;
 
 private:
+    ux_MimePart* step();
     bool enter();
     void check_unique();
     void open();
@@ -88,7 +84,16 @@ private:
     ux_MimePart part_;  // the body part in hand
 };
 
+// Calendar parts that come after the first multipart's end are only stored, unless configured otherwise: those of a
+// forwarded message, mostly.
 ux_MimePart* Multipart::next() {
+    ux_MimePart* const part = step();
+    if (part == nullptr && cust_GetBoolean("INET_ICAL_NO_CONV_AFTER_PART_ONE", true))
+        ux_mime_state().IcalNowAttachment = true;
+    return part;
+}
+
+ux_MimePart* Multipart::step() {
     if (!std::exchange(entered_, true)) {
         if (!enter()) return nullptr;
     } else if (std::exchange(in_part_, false)) {
@@ -187,7 +192,7 @@ void Multipart::supersede() {
     if (ux_IsPotentialMapiPropsSrcBP(part_.header.pszSubPartType))
         state.icalPartAlternativePos = lPrevSubPartTFPos_;
     else
-        ux_InMarkPrevPartHidden(conversion_.TfHandle, lPrevSubPartTFPos_);
+        ux_InMarkPrevPartHidden(conversion_.TfHandle, lPrevSubPartTFPos_, conversion_.hidden);
     state.makeIcalBPDesc = false;
 }
 
@@ -260,24 +265,6 @@ ux_MultipartKind ux_InParseMPSubtype(std::string_view pszContentSubType, bool bI
         kind.bStartPkg = !bInImmediateMsg;
     }
     return kind;
-}
-
-void ux_InMarkPrevPartHidden(tf_File& pTfHandle, std::int64_t lPrevSubPartTFPos) {
-    const er_Trace trace("ux_InMarkPrevPartHidden");
-    bool before_packages = true;
-    tf_RecordHead head;
-    tf_GotoRecord(pTfHandle, lPrevSubPartTFPos);
-    while (pTfHandle.read_head(head)) {
-        if (head.type == TFREC_content_file_type && before_packages)
-            pTfHandle.set_bits(head, kContentFlagsAt, kHiddenContent);
-        if (head.type != TFREC_start_package_type) continue;
-        before_packages = false;
-        tf_Record record;
-        pTfHandle.read_at(head, record);
-        std::size_t flags_at = 24;  // after three strings
-        for (int i = 0; i < 3; ++i) flags_at += record.get_string(flags_at).size() + 1;
-        pTfHandle.set_bits(head, flags_at, kHiddenPackage);
-    }
 }
 
 void ux_GenerateStartAltGroup(tf_Record& TfRecord) { tf_InitRecord(TfRecord, TFREC_start_alternatives); }

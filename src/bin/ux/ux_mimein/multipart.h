@@ -8,7 +8,7 @@
 #include <string>
 #include <string_view>
 
-#include "tf/file.h"
+#include "tf/record.h"
 #include "ux_mimein/mime_part.h"
 
 // An entity that holds other entities, on the dispatcher's stack.
@@ -44,10 +44,6 @@ struct ux_MultipartKind {
 };
 // smime_v2 (the key SMIME_V2) is read with the first multipart/signed of the process.
 ux_MultipartKind ux_InParseMPSubtype(std::string_view pszContentSubType, bool bInImmediateMsg);
-
-// Marks the records of a superseded alternative hidden: from lPrevSubPartTFPos the content-file records before the
-// first package, and every package, to the end of the file.
-void ux_InMarkPrevPartHidden(tf_File& pTfHandle, std::int64_t lPrevSubPartTFPos);
 
 // Empty records around an alternative group, and after a package.
 void ux_GenerateStartAltGroup(tf_Record& TfRecord);

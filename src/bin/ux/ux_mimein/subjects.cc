@@ -55,13 +55,6 @@ std::string keep_encoded(std::string_view subject) {
     return std::string(subject);
 }
 
-void log_detected(bool valid, std::string_view name, std::string_view declared) {
-    if (valid)
-        er_LogMsg(11, kSharedGroup, 24070, "Valid subject charset detected=", name, ", default=", declared);
-    else
-        er_LogMsg(7, kSharedGroup, 24071, "Invalid subject charset detected=", name, ", default=", declared);
-}
-
 // Relabels a subject whose text is in another set than it declares. `plain` is the text of a subject that came without
 // encoded words.
 void detect(std::string& subject, std::optional<std::string_view> plain) {
@@ -70,7 +63,7 @@ void detect(std::string& subject, std::optional<std::string_view> plain) {
     const std::optional<std::string> detected = ux_InAutodetectCharset(text);
     if (!detected) return;
     const bool valid = cvc_iconv_recognised_charset(*detected);
-    log_detected(valid, *detected, decoded.declared);
+    ux::log_detected(valid, "subject", *detected, decoded.declared);
     if (valid && !ccs_equal_ignoring_case(*detected, decoded.charset)) subject = encode(text, *detected);
 }
 
