@@ -5,8 +5,7 @@
 
 #include <cerrno>
 
-#include <sqlite3.h>
-
+#include "dr/sqlite.h"
 #include "er/er.h"
 #include "os/os.h"
 
@@ -37,62 +36,62 @@ int reason_of(int result) {
 
 [[noreturn]] void refuse(sqlite3* database, int result) {
     std::string detail(kPath);
-    detail.append(": ").append(database != nullptr ? sqlite3_errmsg(database) : sqlite3_errstr(result));
+    detail.append(": ").append(database != nullptr ? sqlite().errmsg(database) : sqlite().errstr(result));
     er_SystemEscape(reason_of(result), std::move(detail));
 }
 
 }  // namespace
 
-void Statement::Finalize::operator()(sqlite3_stmt* statement) const { sqlite3_finalize(statement); }
+void Statement::Finalize::operator()(sqlite3_stmt* statement) const { sqlite().finalize(statement); }
 
 Statement::Statement(sqlite3* database, const std::string& sql) {
     sqlite3_stmt* statement = nullptr;
-    const int result = sqlite3_prepare_v3(database, sql.c_str(), static_cast<int>(sql.size()) + 1,
-                                          SQLITE_PREPARE_PERSISTENT, &statement, nullptr);
+    const int result = sqlite().prepare_v3(database, sql.c_str(), static_cast<int>(sql.size()) + 1,
+                                           SQLITE_PREPARE_PERSISTENT, &statement, nullptr);
     if (result != SQLITE_OK) refuse(database, result);
     statement_.reset(statement);
 }
 
 Statement& Statement::bind(int parameter, std::string_view text) {
     // A null pointer would bind NULL.
-    const int result = sqlite3_bind_text64(statement_.get(), parameter, text.empty() ? "" : text.data(), text.size(),
-                                           SQLITE_STATIC, SQLITE_UTF8);
-    if (result != SQLITE_OK) refuse(sqlite3_db_handle(statement_.get()), result);
+    const int result = sqlite().bind_text64(statement_.get(), parameter, text.empty() ? "" : text.data(), text.size(),
+                                            SQLITE_STATIC, SQLITE_UTF8);
+    if (result != SQLITE_OK) refuse(sqlite().db_handle(statement_.get()), result);
     return *this;
 }
 
 Statement& Statement::bind(int parameter, std::int64_t number) {
-    sqlite3_bind_int64(statement_.get(), parameter, number);
+    sqlite().bind_int64(statement_.get(), parameter, number);
     return *this;
 }
 
 Statement& Statement::bind_null(int parameter) {
-    sqlite3_bind_null(statement_.get(), parameter);
+    sqlite().bind_null(statement_.get(), parameter);
     return *this;
 }
 
 bool Statement::step() {
-    const int result = sqlite3_step(statement_.get());
+    const int result = sqlite().step(statement_.get());
     if (result == SQLITE_ROW) return true;
     if (result == SQLITE_DONE) return false;
-    sqlite3* const database = sqlite3_db_handle(statement_.get());
-    sqlite3_reset(statement_.get());
+    sqlite3* const database = sqlite().db_handle(statement_.get());
+    sqlite().reset(statement_.get());
     refuse(database, result);
 }
 
-void Statement::reset() { sqlite3_reset(statement_.get()); }
+void Statement::reset() { sqlite().reset(statement_.get()); }
 
-std::int64_t Statement::number(int column) const { return sqlite3_column_int64(statement_.get(), column); }
+std::int64_t Statement::number(int column) const { return sqlite().column_int64(statement_.get(), column); }
 
 std::string_view Statement::text(int column) const {
-    const auto* data = reinterpret_cast<const char*>(sqlite3_column_text(statement_.get(), column));
+    const auto* data = reinterpret_cast<const char*>(sqlite().column_text(statement_.get(), column));
     if (data == nullptr) return {};
-    return {data, static_cast<std::size_t>(sqlite3_column_bytes(statement_.get(), column))};
+    return {data, static_cast<std::size_t>(sqlite().column_bytes(statement_.get(), column))};
 }
 
-bool Statement::null(int column) const { return sqlite3_column_type(statement_.get(), column) == SQLITE_NULL; }
+bool Statement::null(int column) const { return sqlite().column_type(statement_.get(), column) == SQLITE_NULL; }
 
-void Database::Close::operator()(sqlite3* database) const { sqlite3_close_v2(database); }
+void Database::Close::operator()(sqlite3* database) const { sqlite().close_v2(database); }
 
 std::optional<Database> Database::open(bool create) {
     // SQLite would make the file readable for everybody; its journals take the file's mode over.
@@ -104,17 +103,17 @@ std::optional<Database> Database::open(bool create) {
     sqlite3* handle = nullptr;
     // For writing even when only looked into: the journal of an import that was cut off has to be rolled back.
     const int result =
-        sqlite3_open_v2(os_HomePath(kPath).c_str(), &handle, SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX, nullptr);
+        sqlite().open_v2(os_HomePath(kPath).c_str(), &handle, SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX, nullptr);
     Database database;
     database.handle_.reset(handle);
     if (result != SQLITE_OK) refuse(handle, result);
-    sqlite3_extended_result_codes(handle, 1);
-    sqlite3_busy_timeout(handle, kPatienceMs);
+    sqlite().extended_result_codes(handle, 1);
+    sqlite().busy_timeout(handle, kPatienceMs);
     return database;
 }
 
 void Database::execute(const std::string& sql) {
-    const int result = sqlite3_exec(handle_.get(), sql.c_str(), nullptr, nullptr, nullptr);
+    const int result = sqlite().exec(handle_.get(), sql.c_str(), nullptr, nullptr, nullptr);
     if (result != SQLITE_OK) refuse(handle_.get(), result);
 }
 
