@@ -207,27 +207,29 @@ def trace(home, text):
     return uses
 
 
-def failing_call(text):
+def failing_call(text, way):
     """Each call fails once, each error in turn."""
     def test():
         parts = stored_parts(text)
         with Home() as home:
+            home.configure(f'QUEUE_SYNC_BY = "{way}"')
             home.gateway(dialogue(text))  # the log and audit files exist, as they do in life
             forget_mail(home)
             uses = trace(home, text)
             forget_mail(home)
         cases = [(call, error, number) for call, numbers in uses.items() for error in CALLS[call] for number in numbers]
         with ThreadPoolExecutor(2) as pool:
-            for faults in pool.map(lambda some: run_failing(text, parts, some), (cases[::2], cases[1::2])):
+            for faults in pool.map(lambda some: run_failing(text, way, parts, some), (cases[::2], cases[1::2])):
                 yield from faults
         if len(cases) < 20:
             yield f"only {len(cases)} calls were made to fail"
     return test
 
 
-def run_failing(text, parts, cases):
+def run_failing(text, way, parts, cases):
     faults = []
     with Home() as home:
+        home.configure(f'QUEUE_SYNC_BY = "{way}"')
         home.gateway(dialogue(text))
         forget_mail(home)
         for call, error, number in cases:
@@ -262,4 +264,5 @@ def tests():
         yield f"no inodes: {name} mail", no_inodes(text)
         yield f"limit on file size: {name} mail", file_size_limit(text)
     for name, text in MAILS.items():
-        yield f"every call fails once: {name} mail", failing_call(text)
+        yield f"every call fails once: {name} mail", failing_call(text, "files")
+    yield "every call fails once: syncing by file system", failing_call(next(iter(MAILS.values())), "filesystem")

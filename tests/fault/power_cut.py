@@ -106,12 +106,14 @@ def check_waiting(home, wanted):
         yield f"{len(waiting)} mails wait instead of {len(wanted)}, or they are not whole"
 
 
-def cut_at_reply(places, wrapper=()):
+def cut_at_reply(places, wrapper=(), way="files"):
     """A session of several mails, and the power fails as soon as the last one is acknowledged."""
     def test():
         for count in range(1, len(MAILS) + 1):
             texts = list(MAILS.values())[:count]
             with Disk(places) as disk:
+                disk.home.configure(f'QUEUE_SYNC_BY = "{way}"')
+                os.sync()
                 with Gateway(disk.home, [*wrapper, str(disk.home.program)]) as gateway:
                     gateway.reply()
                     replies = [say_mail(gateway, text) for text in texts]
@@ -202,6 +204,10 @@ def tests():
     yield "power cut at the reply", cut_at_reply([""])
     yield "power cut at the reply: data on a disk of its own", cut_at_reply(["", "data"])
     yield "power cut at the reply: queues on a disk of their own", cut_at_reply(["", "queues"])
+    yield "power cut at the reply: by file system", cut_at_reply([""], way="filesystem")
+    yield "power cut at the reply: by file system, data elsewhere", cut_at_reply(["", "data"], way="filesystem")
+    yield "power cut at the reply: by file system, queues elsewhere", cut_at_reply(["", "queues"], way="filesystem")
+    yield "power cut at the reply: as the gateway chooses", cut_at_reply([""], way="auto")
     if not SANITIZED:  # its leak detector does not work under strace
         yield "power cut at the reply: no ring", cut_at_reply([""], NO_RING)
         yield "power cut at the reply: no ring, data on a disk of its own", cut_at_reply(["", "data"], NO_RING)

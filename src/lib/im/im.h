@@ -125,9 +125,11 @@ im_Item im_create(im_Domain domain, std::string_view extension);
 inline im_Item im_CrNewDataItem() { return im_create(im_Domain::data, kDataItem); }
 
 // Makes placed items and the folders that name them durable, and what `others` (open descriptors) hold, with one wait:
-// all are started before any is awaited. Very many items, and a kernel without asynchronous syncing, go by syncfs(2),
-// which waits for what other processes wrote as well. Raises when the system reports that data was lost.
-void im_SyncItems(std::span<const ITEM_REF> items, std::span<const int> others);
+// for the files, all started before any is awaited, or for their whole file systems (syncfs(2)), which is quicker while
+// little data of anybody waits to be written; `choose` looks. Very many items, and a kernel without asynchronous
+// syncing, always go by file systems. Raises when the system reports that data was lost.
+enum class im_SyncBy { choose, files, file_systems };
+void im_SyncItems(std::span<const ITEM_REF> items, std::span<const int> others, im_SyncBy way = im_SyncBy::choose);
 void im_sync_file_systems();         // every file system that took an item of this process, whole
 bool im_syncs_device(dev_t device);  // is this one of them?
 

@@ -67,6 +67,13 @@ std::vector<ITEM_REF> files_of(std::span<Msg_File* const> messages) {
     return files;
 }
 
+// By what the disk is awaited; a word that is none of ours leaves it to be chosen.
+im_SyncBy sync_way() {
+    const std::string by = cust_GetCustomiseInfo("QUEUE_SYNC_BY").value_or("");
+    if (by == "files") return im_SyncBy::files;
+    return by == "filesystem" ? im_SyncBy::file_systems : im_SyncBy::choose;
+}
+
 // The entry while it lies in tmp/: removed again unless it was committed.
 class Draft {
 public:
@@ -83,7 +90,7 @@ public:
     void write(std::string_view content) { os_write_all(fd_.get(), content); }
     void sync(std::span<const ITEM_REF> items) {
         const int entry[] = {fd_.get()};
-        im_SyncItems(items, entry);
+        im_SyncItems(items, entry, sync_way());
     }
     void close() { fd_.close_checked(); }
     void commit() {

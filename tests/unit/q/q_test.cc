@@ -201,6 +201,16 @@ TEST_F(Queue, WithoutSyncingTheEntryIsTheSame) {
     EXPECT_EQ(home_.read_path(waiting().at(0)).size(), 48U);
 }
 
+TEST_F(Queue, HoweverTheDiskIsAwaited) {
+    for (const char* way : {"files", "filesystem", "auto", "a word that is none"}) {
+        home_.set_keys("QUEUE_SYNC_BY = \"" + std::string(way) + "\"\n");
+        Msg_File file = message();
+        Q_PutMsgOnQueue("ROUTER", file, 0);
+        EXPECT_EQ(home_.read_path(waiting().at(0)).size(), 48U) << way;
+        std::filesystem::remove(waiting().at(0));
+    }
+}
+
 // The queue on another file system than the item store: its entry is synced by itself.
 TEST_F(Queue, OnAnotherFileSystem) {
     const std::string other = fs::current_path().string() + "/queue-" + std::to_string(::getpid());
