@@ -49,7 +49,7 @@ private:
     void spill() {
         try {
             const er_StatusKeeper keeper;
-            if (!file_) file_ = os_open(kScratchFolder, O_TMPFILE | O_RDWR, 0600);
+            if (!file_) file_ = os_open_unnamed(kScratchFolder);
             os_pwrite_all(file_.get(), memory_, spilled_);
         } catch (const er_Escape& escape) {
             lost_ = escape.reason();

@@ -20,6 +20,7 @@ namespace {
 constexpr std::size_t kFirstRoom = 4096;
 constexpr std::int64_t kEpoch = 1'577'836'800'000;  // 2020-01-01 in milliseconds
 constexpr std::string_view kIdsFile = "~/sys/ids";
+constexpr std::string_view kUnnamedFolder = "~/tmp";
 constexpr unsigned kIdBits = 12;  // of an id, within its block
 constexpr unsigned kIdsInBlock = 1U << kIdBits;
 constexpr std::uint64_t kLastBlock = (std::uint64_t{1} << (64 - kIdBits)) - 1;
@@ -206,6 +207,12 @@ im_Item im_create(im_Domain domain, std::string_view extension) {
     return item;
 }
 
+im_Item im_create_unnamed() {
+    im_Item item = im_create(im_Domain::temporary, kScratchItem);
+    item.unnamed_ = true;
+    return item;
+}
+
 im_Item::im_Item(im_Item&& other) noexcept { *this = std::move(other); }
 
 im_Item& im_Item::operator=(im_Item&& other) noexcept {
@@ -219,6 +226,7 @@ im_Item& im_Item::operator=(im_Item&& other) noexcept {
     fd_ = std::move(other.fd_);
     on_disk_ = std::exchange(other.on_disk_, false);
     kept_ = std::exchange(other.kept_, false);
+    unnamed_ = std::exchange(other.unnamed_, false);
     return *this;
 }
 
@@ -231,12 +239,12 @@ void im_Item::drop() noexcept {
 }
 
 void im_Item::unlink() noexcept {
-    if (on_disk_) er_TryIgnoring([this] { os_unlink(im_ItemRef2FName(ref_)); });
+    if (on_disk_ && !unnamed_) er_TryIgnoring([this] { os_unlink(im_ItemRef2FName(ref_)); });
     fd_.reset();
     buffer_.reset();
     ref_ = ITEM_REF{};
     used_ = room_ = size_ = 0;
-    on_disk_ = kept_ = false;
+    on_disk_ = kept_ = unnamed_ = false;
 }
 
 const ITEM_REF& im_Item::ref() const {
@@ -246,6 +254,11 @@ const ITEM_REF& im_Item::ref() const {
 
 void im_Item::create_file() {
     if (on_disk_) return;
+    if (unnamed_) {
+        fd_ = os_open_unnamed(kUnnamedFolder);
+        on_disk_ = true;
+        return;
+    }
     for (;;) {
         const std::string path = im_ItemRef2FName(ref());
         fd_ = os_Fd(::open(path.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
@@ -365,6 +378,7 @@ std::string_view im_Item::view(std::uint64_t at, std::size_t limit, std::string&
 }
 
 void im_Item::place() {
+    if (unnamed_) er_SystemEscape(EINVAL, "an item without a name cannot be placed");
     flush();
     fd_.close_checked();
 }

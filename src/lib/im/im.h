@@ -103,6 +103,7 @@ public:
 
 private:
     friend im_Item im_create(im_Domain, std::string_view);
+    friend im_Item im_create_unnamed();
     std::uint64_t in_file() const { return size_ - used_; }
     void drop() noexcept;
     void grow(std::size_t wanted);
@@ -118,10 +119,14 @@ private:
     mutable os_Fd fd_;
     bool on_disk_ = false;
     bool kept_ = false;
+    bool unnamed_ = false;
 };
 
 // A new, empty item. Nothing is created on disk yet.
 im_Item im_create(im_Domain domain, std::string_view extension);
+// One that is only read again by whoever made it: the store never sees it, and what outgrows memory is a file without
+// a name. It cannot be placed (EINVAL).
+im_Item im_create_unnamed();
 inline im_Item im_CrNewDataItem() { return im_create(im_Domain::data, kDataItem); }
 
 // Makes placed items and the folders that name them durable, and what `others` (open descriptors) hold, with one wait:

@@ -100,6 +100,21 @@ os_Fd os_open(std::string_view path, int flags, mode_t mode) {
     return fd;
 }
 
+os_Fd os_open_unnamed(std::string_view folder) {
+    std::string name = os_HomePath(folder);
+    int fd = -1;
+    do {
+        fd = ::open(name.c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, 0600);
+    } while (fd < 0 && errno == EINTR);
+    if (fd < 0 && (errno == EOPNOTSUPP || errno == EISDIR)) {  // a network file system, an old kernel
+        name += "/unnamed-XXXXXX";
+        fd = ::mkostemp(name.data(), O_CLOEXEC);
+        if (fd >= 0) ::unlink(name.c_str());
+    }
+    if (fd < 0) er_SystemEscape(errno, name);
+    return os_Fd(fd);
+}
+
 bool os_fexists(std::string_view path) {
     struct stat info {};  // not access(2), which asks for the real user: it may not be allowed into the home
     return ::stat(os_HomePath(path).c_str(), &info) == 0;

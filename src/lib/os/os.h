@@ -37,6 +37,9 @@ std::string os_HomePath(std::string_view path);
 os_Fd os_open(std::string_view path, int flags, mode_t mode = 0600);
 // The same, but a file that does not exist gives an empty handle.
 os_Fd os_open_if_there(std::string_view path, int flags, mode_t mode = 0600);
+// A new file without a name in a folder, open for reading and writing: it is gone with its last descriptor. Where the
+// file system knows no such files it has one for a moment. Raises when it cannot be made.
+os_Fd os_open_unnamed(std::string_view folder);
 bool os_fexists(std::string_view path);  // as the effective user sees it
 std::uint64_t os_fsize(int fd);
 

@@ -121,6 +121,25 @@ TEST_F(Im, ItemsHaveTheirDomainAndExtension) {
     }
 }
 
+TEST_F(Im, AnItemWithoutANameIsReadAgainAndNeverSeen) {
+    const std::string text = pattern(5 * kKeptInMemory);
+    im_Item item = im_create_unnamed();
+    for (std::size_t at = 0; at < text.size(); at += 1000) item.write(std::string_view(text).substr(at, 1000));
+    EXPECT_TRUE(files().empty() && home_.files("tmp").empty());
+    im_Item moved = std::move(item);
+    EXPECT_EQ(content(moved), text);
+    EXPECT_EQ(reason_of([&] { moved.place(); }), EINVAL) << "it cannot become a file of the store";
+    moved.overwrite(10, "xyz");
+    moved.truncate(20);
+    EXPECT_EQ(content(moved).substr(8, 7), text.substr(8, 2) + "xyz" + text.substr(13, 2));
+    const std::size_t open = open_descriptors();
+    moved.unlink();
+    EXPECT_EQ(open_descriptors(), open - 1);
+    moved = im_CrNewDataItem();
+    moved.place();
+    EXPECT_EQ(files().size(), 1U) << "what takes its place has a name again";
+}
+
 // --- memory and file ------------------------------------------------------------------------------------------------
 
 TEST_F(Im, NothingReachesTheDiskUpToTheBound) {

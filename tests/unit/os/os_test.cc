@@ -124,6 +124,16 @@ TEST(OsFiles, CreationNamesItsMode) {
     EXPECT_EQ(info.st_mode & 07777, 0640U);
 }
 
+TEST(OsFiles, AFileWithoutANameIsInNoFolder) {
+    const TestHome home;
+    const os_Fd fd = os_open_unnamed("~/tmp");
+    os_write_all(fd.get(), "kept");
+    EXPECT_EQ(os_fsize(fd.get()), 4U);
+    EXPECT_TRUE(home.files("tmp").empty());
+    std::filesystem::remove(home.file("tmp"));
+    EXPECT_THROW(os_open_unnamed("~/tmp"), er_Escape);
+}
+
 TEST(OsFiles, Existence) {
     const TestHome home;
     EXPECT_TRUE(os_fexists("~/sys/config"));

@@ -129,6 +129,33 @@ TEST_F(LinesTest, UnreadGivesThePieceOnceMore) {
     EXPECT_EQ(reader.text().text, "b");
 }
 
+TEST_F(LinesTest, APieceReadAsItIsHasItsNulBytesBlankedWhenItIsGivenAgain) {
+    ux_LineReader& reader = over(std::string_view("a\0b\n", 4));
+    reader.begin_text();
+    EXPECT_EQ(reader.raw_text().text, std::string_view("a\0b", 3));
+    reader.unread();
+    EXPECT_EQ(reader.text().text, "a b");
+}
+
+TEST_F(LinesTest, ATextThatLiesElsewhere) {
+    std::string_view left = "a\r\nbc\n.\nd\n";
+    ux_LineReader reader([&](char* data, std::size_t) {
+        if (left.empty()) return std::size_t{0};
+        *data = left.front();
+        left.remove_prefix(1);
+        return std::size_t{1};
+    });
+    reader.begin_text();
+    EXPECT_EQ(reader.text().text, "a");
+    EXPECT_EQ(reader.text().text, "bc");
+    EXPECT_TRUE(reader.text().is_end);
+    EXPECT_EQ(left, "d\n");
+    reader.begin_text();
+    EXPECT_EQ(reader.text().text, "d");
+    EXPECT_EQ(reader.peek(), -1);
+    EXPECT_THROW(reader.text(), er_Escape);
+}
+
 TEST_F(LinesTest, DrainReadsToTheEndLineOnly) {
     ux_LineReader& reader = over("a\n" + std::string(5000, 'x') + "\n..\n.\nNOOP\n");
     reader.begin_text();

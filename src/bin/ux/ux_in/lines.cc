@@ -45,6 +45,9 @@ std::optional<ux_LineReader>& input() {
 
 ux_LineReader::ux_LineReader(int fd) : fd_(fd), buffer_(std::make_unique_for_overwrite<char[]>(kBuffer)) {}
 
+ux_LineReader::ux_LineReader(Source source)
+    : source_(std::move(source)), buffer_(std::make_unique_for_overwrite<char[]>(kBuffer)) {}
+
 // A text that fills the pipe is a large one: from then on larger reads pay.
 void ux_LineReader::widen_pipe() {
     pipe_widened_ = true;
@@ -56,6 +59,11 @@ bool ux_LineReader::fill() {
         std::memmove(buffer_.get(), buffer_.get() + begin_, end_ - begin_);
         end_ -= begin_;
         begin_ = 0;
+    }
+    if (source_) {
+        const std::size_t got = source_(buffer_.get() + end_, kBuffer - end_);
+        end_ += got;
+        return got > 0;
     }
     for (;;) {
         const ssize_t got = ::read(fd_, buffer_.get() + end_, kBuffer - end_);
@@ -149,11 +157,8 @@ void ux_LineReader::begin_text() {
 }
 
 ux_MailText ux_LineReader::text(std::size_t limit) {
-    if (!again_) {
-        raw_text(limit);
-        blank_nuls(piece_);
-    }
-    again_ = false;
+    raw_text(limit);
+    blank_nuls(piece_);
     return last_;
 }
 

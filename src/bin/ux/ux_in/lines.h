@@ -2,10 +2,11 @@
 // lines as views into its buffer; it alone knows "at a line start" and "the end line has been read".
 //
 // A line end is LF with any CRs before it. A line longer than the limit comes in pieces; only the last piece is
-// `whole`.
+// `whole`. The same reader reads a text that was kept and is read a second time.
 #pragma once
 
 #include <cstddef>
+#include <functional>
 #include <memory>
 #include <span>
 #include <string>
@@ -34,7 +35,11 @@ struct ux_CommandLine {
 
 class ux_LineReader {
 public:
+    // Puts up to `room` bytes at `data`; 0 at the end.
+    using Source = std::function<std::size_t(char* data, std::size_t room)>;
+
     explicit ux_LineReader(int fd);
+    explicit ux_LineReader(Source source);  // for a text that lies elsewhere
 
     ux_CommandLine command();  // raises 102/1402 at the end of input
 
@@ -59,7 +64,8 @@ private:
     bool held_returns(std::size_t limit);
     void widen_pipe();
 
-    int fd_;
+    int fd_ = -1;
+    Source source_;  // when there is one, there is no descriptor
     std::unique_ptr<char[]> buffer_;
     std::size_t begin_ = 0, end_ = 0;   // unread bytes
     std::size_t held_returns_ = 0;      // CRs at a cut: line end or text, the next other byte decides

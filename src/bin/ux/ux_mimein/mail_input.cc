@@ -8,16 +8,25 @@ namespace {
 
 constexpr int kHeaderNotWritten = 1411;
 constexpr int kCopyNotWritten = 1412;
+constexpr int kCopyNotCreated = 1427;
 constexpr std::size_t kValueLimit = 1023;
 
-// Line ends go into the copy as they arrived, so that what is read again is what was read.
-void copy_for_report(const ux_MailText& piece) {
+void write_copy(std::string_view data) {
+    im_Item& copy = *ux_mime_input().Reportfp;
+    ux_write_or_escape(copy, data, copy.in_memory() ? kCopyNotCreated : kCopyNotWritten);
+}
+
+bool copying() {
     const ux_MimeInputState& input = ux_mime_input();
-    if (!input.gCopyForReport || input.Reportfp == nullptr) return;
-    ux_write_or_escape(*input.Reportfp, piece.text, kCopyNotWritten);
+    return input.gCopyForReport && input.Reportfp != nullptr;
+}
+
+// Line ends go into the copy as they arrived, so that what is read again is what was read.
+void copy_piece(const ux_MailText& piece) {
+    write_copy(piece.text);
     if (!piece.whole) return;
-    for (std::size_t i = 0; i < piece.returns; ++i) ux_write_or_escape(*input.Reportfp, "\r", kCopyNotWritten);
-    ux_write_or_escape(*input.Reportfp, "\n", kCopyNotWritten);
+    for (std::size_t i = 0; i < piece.returns; ++i) write_copy("\r");
+    write_copy("\n");
 }
 
 bool is_encoded_word(std::string_view text) {
@@ -37,6 +46,13 @@ ux_MimeInputState& ux_mime_input() {
     return state;
 }
 
+void ux_begin_mime_input() {
+    ux_MimeInputState& state = ux_mime_input();
+    const bool steering_is_known = state.GotMimeSteering;
+    state = ux_MimeInputState{};
+    state.GotMimeSteering = steering_is_known;
+}
+
 void ux_reset_mime_input() { ux_mime_input() = ux_MimeInputState{}; }
 
 ux_LineReader& ux_MimeInput() {
@@ -44,16 +60,26 @@ ux_LineReader& ux_MimeInput() {
     return mimfp != nullptr ? *mimfp : ux_Input();
 }
 
+// What goes into the copy still has its NUL bytes: read again as content, they must be there.
 ux_MailText GetMailText() {
-    const ux_MailText piece = ux_MimeInput().text();
-    copy_for_report(piece);
-    return piece;
+    ux_LineReader& input = ux_MimeInput();
+    if (!copying()) return input.text();
+    copy_piece(input.raw_text());
+    input.unread();
+    return input.text();
 }
 
 ux_MailText GetRawMailText() {
     const ux_MailText piece = ux_MimeInput().raw_text();
-    copy_for_report(piece);
+    if (copying()) copy_piece(piece);
     return piece;
+}
+
+std::string_view MailLinesAhead() { return ux_MimeInput().lines_ahead(); }
+
+void TakeMailLines(std::size_t bytes) {
+    if (copying()) write_copy(MailLinesAhead().substr(0, bytes));
+    ux_MimeInput().take_lines(bytes);
 }
 
 void GetContinuation(std::string& pszString, im_Item* pHeaderStream) {
@@ -75,4 +101,28 @@ void ux_write_or_escape(im_Item& item, std::string_view data, int reason) {
     } catch (const er_Escape& escape) {
         er_TracedEscape(kGatewayGroup, reason, escape.what());
     }
+}
+
+ux_ReportCopy::ux_ReportCopy() : item_(im_create_unnamed()), before_(ux_mime_input().mimfp) {
+    ux_mime_input().Reportfp = &item_;
+    ux_mime_input().gCopyForReport = true;
+}
+
+ux_ReportCopy::~ux_ReportCopy() {
+    stop();
+    ux_mime_input().Reportfp = nullptr;
+    ux_mime_input().mimfp = before_;
+}
+
+void ux_ReportCopy::stop() { ux_mime_input().gCopyForReport = false; }
+
+void ux_ReportCopy::read_again(std::uint64_t offset) {
+    stop();
+    reader_.emplace([this, offset](char* data, std::size_t room) mutable {
+        const std::size_t got = item_.read(offset, data, room);
+        offset += got;
+        return got;
+    });
+    reader_->begin_text();
+    ux_mime_input().mimfp = &*reader_;
 }

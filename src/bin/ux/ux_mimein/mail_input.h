@@ -2,6 +2,9 @@
 // may still have to be read again.
 #pragma once
 
+#include <cstddef>
+#include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -18,15 +21,23 @@ struct ux_MimeInputState {
     bool GotMimeSteering = false;
 };
 ux_MimeInputState& ux_mime_input();
-void ux_reset_mime_input();  // for tests
+void ux_begin_mime_input();  // resets what belongs to one message: the stream and the copy
+void ux_reset_mime_input();  // everything; for tests
 
 ux_LineReader& ux_MimeInput();  // the stream in force
 
-// One piece of MIME text (see ux_MailText), NUL bytes as blanks; copied to the report copy with its line end as it
-// arrived. Raises 102/1401 at the end of input, 102/1412 when the copy cannot be written.
+// One piece of MIME text (see ux_MailText), NUL bytes as blanks; copied to the report copy as it arrived, NUL bytes and
+// line end included. Raises 102/1401 at the end of input, 102/1427 when the copy needs a file and gets none, 102/1412
+// when that cannot be written.
 ux_MailText GetMailText();
 // The same with NUL bytes as they are, for content that is kept byte for byte.
 ux_MailText GetRawMailText();
+
+// Many lines at once: what lies ready when the next byte begins a line (ux_LineReader::lines_ahead). Of it
+// TakeMailLines takes whole lines, none of which may be an end line; they are copied like any other. Raises as
+// GetMailText.
+std::string_view MailLinesAhead();
+void TakeMailLines(std::size_t bytes);
 
 // Appends the continuation lines of a header field (they begin with a blank or a tab) to pszString, each trimmed, and
 // copies them to pHeaderStream when one is given. An encoded word is joined by one blank, anything else by nothing:
@@ -36,3 +47,23 @@ void GetContinuation(std::string& pszString, im_Item* pHeaderStream);
 
 // Writes to an item; a failure of the store leaves as 102/`reason`.
 void ux_write_or_escape(im_Item& item, std::string_view data, int reason);
+
+// The report copy. While it copies, what is read from the stream in force is kept, in memory until it is large, then in
+// a file without a name; the store never sees it. It can then be the stream in force itself, from any place. At its end
+// MIME text comes from where it came before, and nothing is left.
+class ux_ReportCopy {
+public:
+    ux_ReportCopy();  // begins to copy
+    ~ux_ReportCopy();
+    ux_ReportCopy(const ux_ReportCopy&) = delete;
+    ux_ReportCopy& operator=(const ux_ReportCopy&) = delete;
+
+    std::uint64_t offset() const { return item_.size(); }  // of the text that is read next
+    void stop();                                           // copies no more
+    void read_again(std::uint64_t offset = 0);             // copies no more; MIME text is the copy, from there on
+
+private:
+    im_Item item_;
+    ux_LineReader* before_;
+    std::optional<ux_LineReader> reader_;
+};

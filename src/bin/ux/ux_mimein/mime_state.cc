@@ -14,10 +14,7 @@ void ux_begin_mime_message() {
     const bool calendars_are_stored = state.IcalNowAttachment;
     state = ux_MimeState{};
     state.IcalNowAttachment = calendars_are_stored;
-    ux_MimeInputState& input = ux_mime_input();
-    input.mimfp = nullptr;
-    input.Reportfp = nullptr;
-    input.gCopyForReport = false;
+    ux_begin_mime_input();
 }
 
 void ux_reset_mime_state() { ux_mime_state() = ux_MimeState{}; }
