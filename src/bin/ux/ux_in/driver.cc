@@ -3,6 +3,8 @@
 // their handles.
 #include "ux_in/driver.h"
 
+#include <vector>
+
 #include "aud/aud.h"
 #include "cust/cust.h"
 #include "er/er.h"
@@ -26,6 +28,7 @@ constexpr std::string_view kPostmaster = "Postmaster";
 constexpr std::int32_t kListFileType = 1166;
 constexpr std::uint32_t kListFileKind = 2;
 constexpr std::int16_t kDispositionAck = 7;  // a disposition notification is the strongest acknowledgement
+constexpr int kReportPriority = 0;
 constexpr int kAuditMessage = 10;
 constexpr int kAuditTime = 1;
 constexpr int kAuditOriginator = 30;
@@ -49,6 +52,7 @@ private:
     void convert_body();
     void convert_mime();
     void finish();
+    void queue_reports();
 
     ux_Envelope& envelope_;
     bool FromMailerDaemon_ = false;
@@ -59,6 +63,7 @@ private:
     std::int64_t ListPos_ = -1;  // of the content-file record of the address lists
     ux_UnixMsgHeader header_;
     Msg_File MsgHandle_;
+    Msg_File AckMsgHandle_, NDNMsgHandle_;  // reports that the message was turned into
     ux_RecipientWishes wishes_;
 };
 
@@ -197,7 +202,9 @@ void Conversion::convert_mime() {
                                  .pAckReq = wishes_.AckReq,
                                  .pReplyReq = wishes_.ReplyReq,
                                  .CreateGMTTime = header_.pCreateGMTTime,
-                                 .CreateTimeZone = header_.pCreateTimeZone};
+                                 .CreateTimeZone = header_.pCreateTimeZone,
+                                 .pAckMsgHandle = &AckMsgHandle_,
+                                 .pNDNMsgHandle = &NDNMsgHandle_};
     ux_MimePart body;
     body.pRfc2047subject = header_.pRfc2047subjectD;
     body.header.pszSubPartType = header_.pMIMEContentType;
@@ -216,9 +223,22 @@ void Conversion::finish() {
     wishes_.MDNWanted = header_.pMDNWanted;
     if (wishes_.MDNWanted && wishes_.AckReq < kDispositionAck) wishes_.AckReq = kDispositionAck;
     ux_InAddRecipsToTF(TFHandle_, wishes_);
-    MsgHandle_.finish(std::move(TFHandle_));
-    Q_PutMsgOnQueue(kQueueName, MsgHandle_, header_.Priority);
+    if (AckMsgHandle_ || NDNMsgHandle_) {
+        queue_reports();
+    } else {
+        MsgHandle_.finish(std::move(TFHandle_));
+        Q_PutMsgOnQueue(kQueueName, MsgHandle_, header_.Priority);
+    }
     aud_EndTransaction(ux_audit().AuditHandle);
+}
+
+// What the report said goes in place of the message, whose files go with their handles: the acknowledgement first, both
+// by one entry, so that neither is ever there without the other.
+void Conversion::queue_reports() {
+    std::vector<Msg_File*> reports;
+    for (Msg_File* report : {&AckMsgHandle_, &NDNMsgHandle_})
+        if (*report) reports.push_back(report);
+    Q_PutMsgsOnQueue(kQueueName, reports, kReportPriority);
 }
 
 }  // namespace

@@ -40,6 +40,9 @@ struct ux_MimeConversion {
     std::int32_t CreateGMTTime = 0;
     std::int16_t CreateTimeZone = 0;
     ux::HiddenRecords hidden = {};  // what superseded alternatives have marked in TfHandle
+    // Receive the native reports that an outermost multipart/report is turned into; none: it is ordinary mail.
+    Msg_File* pAckMsgHandle = nullptr;
+    Msg_File* pNDNMsgHandle = nullptr;
 };
 
 // The boundary lines of a multipart, without their line ends; empty ones match no line.

@@ -9,6 +9,7 @@
 #include "er/er.h"
 #include "ux_mimein/mail_input.h"
 #include "ux_mimein/properties.h"
+#include "ux_mimein/report.h"
 
 namespace {
 
@@ -55,6 +56,7 @@ private:
     ux_MimePart* step();
     bool enter();
     void check_unique();
+    bool convert_report(std::string_view report_type);
     void open();
     bool skip_preamble();
     void finish_part();
@@ -81,7 +83,8 @@ private:
     int partNumber_ = 0;
     std::int64_t lPrevSubPartTFPos_ = 0;
     im_Item ContentHdr_;
-    ux_MimePart part_;  // the body part in hand
+    ux_MimePart part_;                         // the body part in hand
+    std::unique_ptr<ux_ReportCopy> Reportfp_;  // of a report that was not converted: what is read instead
 };
 
 // Calendar parts that come after the first multipart's end are only stored, unless configured otherwise: those of a
@@ -103,6 +106,7 @@ ux_MimePart* Multipart::step() {
     if (more && !ended()) return start_part();
     close();
     skip_epilogue();
+    Reportfp_.reset();
     --ux_mime_state().nestLevel;
     return nullptr;
 }
@@ -119,8 +123,29 @@ bool Multipart::enter() {
     markers_.pszLastPartMarker = markers_.pszPartMarker + "--";
     check_unique();
     kind_ = ux_InParseMPSubtype(subtype_, entity_.bInImmediateMsg);
+    if (convert_report(parameters.pszReportType.value_or(""))) {
+        --ux_mime_state().nestLevel;
+        return false;
+    }
     open();
     return true;
+}
+
+// A report about a message of ours that is the message itself: one that somebody passes on is only quoted.
+bool Multipart::convert_report(std::string_view report_type) {
+    const bool own = AtTopLevel_ && ux_mime_state().msgNestLevel == 0 && conversion_.pAckMsgHandle != nullptr;
+    if (!kind_.bReport || !own || cust_PresentAndTrue("UXI_NO_CONVERT_REPORTS")) return false;
+    ux_ConvertedReport report = ux_InConvertReport({.pRfc2047subject = subject_,
+                                                    .pszPartMarker = markers_.pszPartMarker,
+                                                    .pszLastPartMarker = markers_.pszLastPartMarker,
+                                                    .pszReportType = report_type,
+                                                    .pbEndOfMsg = conversion_.pbEndOfMsg,
+                                                    .CreateGMTTime = conversion_.CreateGMTTime,
+                                                    .CreateTimeZone = conversion_.CreateTimeZone});
+    *conversion_.pAckMsgHandle = std::move(report.pAckMsgHandle);
+    *conversion_.pNDNMsgHandle = std::move(report.pNDNMsgHandle);
+    Reportfp_ = std::move(report.Reportfp);
+    return report.converted;
 }
 
 void Multipart::check_unique() {

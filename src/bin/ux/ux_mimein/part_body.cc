@@ -10,12 +10,9 @@
 
 namespace {
 
-// Most of a body is looked at by nobody but its decoder, which takes it from the reader's buffer. A report copy wants
-// to see every line.
+// Most of a body is looked at by nobody but its decoder, which takes it from the reader's buffer.
 void take_ordinary_lines(mim_Decoder& decoder) {
-    if (ux_mime_input().gCopyForReport) return;
-    ux_LineReader& input = ux_MimeInput();
-    while (const std::size_t taken = decoder.lines(input.lines_ahead())) input.take_lines(taken);
+    while (const std::size_t taken = decoder.lines(MailLinesAhead())) TakeMailLines(taken);
 }
 
 bool is_marker(std::string_view line, std::string_view marker) {
