@@ -11,9 +11,14 @@ constexpr int kCopyNotWritten = 1412;
 constexpr int kCopyNotCreated = 1427;
 constexpr std::size_t kValueLimit = 1023;
 
+// A copy of which nothing has reached a file never got one.
 void write_copy(std::string_view data) {
     im_Item& copy = *ux_mime_input().Reportfp;
-    ux_write_or_escape(copy, data, copy.in_memory() ? kCopyNotCreated : kCopyNotWritten);
+    try {
+        copy.write(data);
+    } catch (const er_Escape& escape) {
+        er_TracedEscape(kGatewayGroup, copy.in_memory() ? kCopyNotCreated : kCopyNotWritten, escape.what());
+    }
 }
 
 bool copying() {
