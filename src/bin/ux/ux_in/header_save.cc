@@ -1,15 +1,10 @@
-// First pass over a message's header: see header_save.h.
+// First pass over a header: see header_save.h.
 #include "ux_in/header_save.h"
-
-#include <optional>
-#include <string>
 
 #include "cust/cust.h"
 #include "er/er.h"
 #include "inet/address.h"
-#include "ux_in/commands.h"
 #include "ux_in/header_table.h"
-#include "ux_in/lines.h"
 
 namespace ux {
 
@@ -22,71 +17,35 @@ constexpr std::string_view kOwnFields = "x-ploxen";
 constexpr std::string_view kMessageId = "Message-Id";
 constexpr int kBadHeaderCharsMode = 16;
 
-class HeaderSaver {
+class MessageHeaderSaver : public HeaderSaver {
 public:
-    explicit HeaderSaver(im_Item& item);
-    SavedHeaderKind run();
+    explicit MessageHeaderSaver(im_Item& item);
+    SavedHeaderKind take();
 
 private:
-    bool ends_header(const ux_MailText& piece);
-    void save(std::string_view line);
-    void write(std::string_view line);
-    void note_field(std::string_view name, std::uint64_t line_start);
+    ux_MailText read() override { return ux_InReadMailText(); }
+    std::string_view as_saved(const ux_MailText& piece) const override { return piece.unstuffed(); }
+    void saved(std::string_view line, const ux_KeywordLine& field, std::uint64_t start) override;
 
-    im_Item& item_;
     std::optional<std::string> marker_;  // name of the field that marks a uuencode message
-    bool white_line_ends_ = false;
     SavedHeaderKind kind_;
 };
 
-HeaderSaver::HeaderSaver(im_Item& item)
-    : item_(item),
-      marker_(cust_GetCustomiseInfo("UXI_UUDECODE_ARPA_TOKEN")),
-      white_line_ends_(cust_GetBoolean("WHITESPACE_CRLF_IS_BREAK", false)) {
+MessageHeaderSaver::MessageHeaderSaver(im_Item& item)
+    : HeaderSaver(item), marker_(cust_GetCustomiseInfo("UXI_UUDECODE_ARPA_TOKEN")) {
     kind_.uudecode = !marker_;
     if (marker_ && marker_->empty()) marker_.reset();  // it names no field
 }
 
-SavedHeaderKind HeaderSaver::run() {
-    for (;;) {
-        const ux_MailText piece = ux_InReadMailText();
-        if (ends_header(piece)) return kind_;
-        save(piece.unstuffed());
-    }
+SavedHeaderKind MessageHeaderSaver::take() {
+    kind_.end_of_message = run();
+    return kind_;
 }
 
-bool HeaderSaver::ends_header(const ux_MailText& piece) {
-    kind_.end_of_message = piece.is_end;
-    if (piece.is_end || piece.is_blank()) return true;
-    return white_line_ends_ && piece.text.find_first_not_of(" \t\r\n") == std::string_view::npos;
-}
-
-void HeaderSaver::save(std::string_view line) {
-    const std::uint64_t line_start = item_.size();
-    ux_KeywordLine field = ux_InParseCommandLine(line);
-    std::string cleaned;
-    if (field.found && equal_ignoring_case(field.pCommand, kMessageId)) {
-        cleaned = inet_ReplaceBadHeaderChars(line, kBadHeaderCharsMode);
-        line = cleaned;
-        field = ux_InParseCommandLine(line);
-    }
-    write(line);
-    if (field.found) note_field(field.pCommand, line_start);
-}
-
-void HeaderSaver::write(std::string_view line) {
-    try {
-        item_.write(line);
-        item_.write("\r\n");
-    } catch (const er_Escape& escape) {
-        er_TracedEscape(kGatewayGroup, kHeaderNotWritten, escape.what());
-    }
-}
-
-void HeaderSaver::note_field(std::string_view name, std::uint64_t line_start) {
-    const ArpaTokenRow& row = find_arpa_token(name);
-    if (marker_ && equal_ignoring_case(name, *marker_)) kind_.uudecode = true;
-    switch (row.Num) {
+void MessageHeaderSaver::saved(std::string_view /*line*/, const ux_KeywordLine& field, std::uint64_t start) {
+    if (!field.found) return;
+    if (marker_ && equal_ignoring_case(field.pCommand, *marker_)) kind_.uudecode = true;
+    switch (find_arpa_token(field.pCommand).Num) {
         case kTokenEncoding:
             kind_.rfc1154 = true;
             er_LogMsg(11, kGatewayGroup, kEncodingFieldSeen);
@@ -95,9 +54,9 @@ void HeaderSaver::note_field(std::string_view name, std::uint64_t line_start) {
         case kTokenContentType:
         case kTokenTransferEncoding: kind_.mime = true; break;
         case kTokenNone:
-            if (!starts_ignoring_case(name, kOwnFields)) break;
-            er_LogMsg(9, kGatewayGroup, kForeignFieldDropped, name);
-            item_.truncate(line_start);
+            if (!starts_ignoring_case(field.pCommand, kOwnFields)) break;
+            er_LogMsg(9, kGatewayGroup, kForeignFieldDropped, field.pCommand);
+            item().truncate(start);
             break;
         default: break;
     }
@@ -105,6 +64,40 @@ void HeaderSaver::note_field(std::string_view name, std::uint64_t line_start) {
 
 }  // namespace
 
-SavedHeaderKind save_header(im_Item& item) { return HeaderSaver(item).run(); }
+HeaderSaver::HeaderSaver(im_Item& item)
+    : item_(item), white_line_ends_(cust_GetBoolean("WHITESPACE_CRLF_IS_BREAK", false)) {}
+
+bool HeaderSaver::run() {
+    for (;;) {
+        const ux_MailText piece = read();
+        if (ends_header(piece)) return piece.is_end;
+        save(as_saved(piece));
+    }
+}
+
+bool HeaderSaver::ends_header(const ux_MailText& piece) const {
+    if (piece.is_end || piece.is_blank()) return true;
+    return white_line_ends_ && piece.text.find_first_not_of(" \t\r\n") == std::string_view::npos;
+}
+
+void HeaderSaver::save(std::string_view line) {
+    const std::uint64_t start = item_.size();
+    ux_KeywordLine field = ux_InParseCommandLine(line);
+    std::string cleaned;
+    if (field.found && equal_ignoring_case(field.pCommand, kMessageId)) {
+        cleaned = inet_ReplaceBadHeaderChars(line, kBadHeaderCharsMode);
+        line = cleaned;
+        field = ux_InParseCommandLine(line);
+    }
+    try {
+        item_.write(line);
+        item_.write("\r\n");
+    } catch (const er_Escape& escape) {
+        er_TracedEscape(kGatewayGroup, kHeaderNotWritten, escape.what());
+    }
+    saved(line, field, start);
+}
+
+SavedHeaderKind save_header(im_Item& item) { return MessageHeaderSaver(item).take(); }
 
 }  // namespace ux
