@@ -279,15 +279,6 @@ TEST_F(PlainBody, TextThatCannotBeWritten) {
     std::filesystem::remove(home_.file("data"));
 }
 
-TEST(TextPart, IsANewEmptyItem) {
-    const LogLines log;
-    const im_Item item = ux_InCreateTextPart();
-    EXPECT_TRUE(item);
-    EXPECT_EQ(item.size(), 0U);
-    EXPECT_EQ(log.all().size(), 1U);
-    EXPECT_EQ(log.count("11 102.1520"), 1U);
-}
-
 // With a steering file: text in the set that mail is said to have becomes the set that the file names.
 class Steered : public PlainBody {
 protected:

@@ -205,3 +205,8 @@ ux_LineReader& ux_Input() {
 void ux_SetInput(int fd) { input().emplace(fd); }
 
 ux_MailText ux_InReadMailText() { return ux_Input().text(); }
+
+std::string_view StripCrNl(std::string_view pInStr) {
+    const std::size_t end = pInStr.find('\r');
+    return pInStr.substr(0, end == std::string_view::npos ? pInStr.find('\n') : end);
+}

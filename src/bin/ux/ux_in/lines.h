@@ -7,6 +7,7 @@
 
 #include <cstddef>
 #include <functional>
+#include <limits>
 #include <memory>
 #include <span>
 #include <string>
@@ -14,6 +15,10 @@
 
 inline constexpr std::size_t kTextLineLimit = 1023;     // bytes of one piece of message text, its line end included
 inline constexpr std::size_t kCommandLineLimit = 2048;  // characters of a command
+
+namespace ux {
+inline constexpr std::size_t kAnyNumber = std::numeric_limits<std::size_t>::max();  // of lines: as many as there are
+}
 
 // One piece of message text. The view is good until the next read.
 struct ux_MailText {
@@ -86,3 +91,6 @@ void ux_SetInput(int fd);
 
 // One piece of message text (ux_Input().text()). The end line is given with is_end set; it is never text.
 ux_MailText ux_InReadMailText();
+
+// The text up to its first CR or, when it has none, to its first LF.
+std::string_view StripCrNl(std::string_view pInStr);

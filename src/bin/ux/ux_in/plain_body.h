@@ -20,6 +20,3 @@ struct ux_UnixMsgContent {
 // Reads the message's text to its end line and makes body parts of it; at least one, empty when there is no text.
 // Raises 102/1401 when the input ends before, 102/1412 when text cannot be written, and what attaching raises.
 void ux_InParseUnixMsgContent(const ux_UnixMsgContent& content);
-
-// A new data item for a text part. Logs 1520.
-im_Item ux_InCreateTextPart();

@@ -28,21 +28,25 @@ std::size_t full_line(std::string_view text) {
     return line.ends_with('\r') || line.find('\0') != std::string_view::npos ? 0 : line_feed + 1;
 }
 
-// Full lines at the front of what lies ready go straight into the item, as far as they are nothing but that.
-void append_full_lines(ux_LineReader& input, im_Item& item) {
-    std::string_view ahead = input.lines_ahead();
-    const std::size_t ready = ahead.size();
-    while (const std::size_t length = full_line(ahead)) {
-        append_line(ahead.substr(0, 1 + kUuFullLine / 3 * 4), item);
-        ahead.remove_prefix(length);
-    }
-    input.take_lines(ready - ahead.size());
-}
-
 // The closing line of an item. Read as data it would be five bytes.
 bool closes_item(const ux_MailText& line) { return line.at_start && line.whole && line.text == "end"; }
 
 }  // namespace
+
+std::size_t ux::append_full_uu_lines(ux_LineReader& input, im_Item& item, std::size_t most) {
+    std::string_view ahead = input.lines_ahead();
+    const std::size_t ready = ahead.size();
+    std::size_t lines = 0;
+    while (lines < most) {
+        const std::size_t length = full_line(ahead);
+        if (length == 0) break;
+        append_line(ahead.substr(0, 1 + kUuFullLine / 3 * 4), item);
+        ahead.remove_prefix(length);
+        ++lines;
+    }
+    input.take_lines(ready - ahead.size());
+    return lines;
+}
 
 std::optional<std::string> ux_InIsUuencodeMarker(std::string_view pTextLine) {
     const er_Trace trace("ux_InIsUuencodeMarker");
@@ -58,7 +62,7 @@ im_Item ux_InUudecodeItem(ux_LineReader& pEncodedMsg, bool& pEndOfMsg) {
     const er_Trace trace("ux_InUudecodeItem");
     im_Item item = im_CrNewDataItem();
     for (;;) {
-        append_full_lines(pEncodedMsg, item);
+        ux::append_full_uu_lines(pEncodedMsg, item, ux::kAnyNumber);
         const ux_MailText line = pEncodedMsg.text(kUuencodedLineLimit);
         if (line.is_end) {
             pEndOfMsg = true;

@@ -23,6 +23,12 @@ inline constexpr std::size_t kUuencodedLineLimit = 79;  // bytes, line end inclu
 // cut to 256 characters and empty when there is none. Logs 1519.
 std::optional<std::string> ux_InIsUuencodeMarker(std::string_view pTextLine);
 
+namespace ux {
+// Full lines that lie ready in the reader's buffer go straight into the item, as far as they are nothing but that, at
+// most `most` of them. Returns how many.
+std::size_t append_full_uu_lines(ux_LineReader& input, im_Item& item, std::size_t most);
+}  // namespace ux
+
 // Decodes one item from pEncodedMsg into a new data item. Malformed data is decoded as it stands: bits that a line
 // lacks are zero. The end line of the message ends the item and sets pEndOfMsg; so does a line "end", which stays in
 // the input. Raises 102/1401 when the input ends, and what the item store raises.
