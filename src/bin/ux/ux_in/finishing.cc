@@ -14,6 +14,8 @@ namespace {
 constexpr int kUnnamedCategory = 3;
 constexpr std::int16_t kDeliveryAck = 4;  // NOTIFY=SUCCESS asks for at least this much
 constexpr int kAuditCategory0 = 50;
+constexpr std::int16_t kListClass = 2;
+constexpr std::int16_t kListMessageType = 1000;
 
 // Which count of the list-count record a list entry's type adds to.
 struct CountRow {
@@ -73,6 +75,16 @@ void ux_InAddRecipsToTF(tf_File& TFHandle, const ux_RecipientWishes& wishes) {
         aud_LogORNandInet(ux_audit().AuditHandle, kAuditCategory0 + category, *entry.pX400Recip, entry.pArpaRecip);
         tf_AppendRecord(TFHandle, record);
     }
+}
+
+tf_File ux::create_list_file(bool ROCWanted) {
+    tf_File DLHandle = tf_CreateFile();
+    tf_Record record;
+    ux_InCreateHeaderRecord(kListClass, kListMessageType, ROCWanted, "", record);
+    tf_AppendRecord(DLHandle, record);
+    ux_InCreateDLCountRec(record);
+    tf_AppendRecord(DLHandle, record);
+    return DLHandle;
 }
 
 void ux_InUpdateDistListCounts(tf_File& DLHandle) {

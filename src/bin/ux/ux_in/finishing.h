@@ -1,4 +1,4 @@
-// Finishing transfer files: recipient records, the counts of a distribution-list file, the header item.
+// Beginning and finishing transfer files: recipient records, distribution-list files and their counts, the header item.
 #pragma once
 
 #include <cstdint>
@@ -16,6 +16,11 @@ struct ux_RecipientWishes {
 
 // Writes and audits one recipient record per entry of the envelope list that has a native name.
 void ux_InAddRecipsToTF(tf_File& TFHandle, const ux_RecipientWishes& wishes);
+
+namespace ux {
+// A new distribution-list file, with its header record and counts of nothing yet.
+tf_File create_list_file(bool ROCWanted);
+}  // namespace ux
 
 // Counts the list entries of a distribution-list file into its count record, in place.
 void ux_InUpdateDistListCounts(tf_File& DLHandle);

@@ -5,6 +5,7 @@
 #include "er/er.h"
 #include "inet/address.h"
 #include "ux_in/header_table.h"
+#include "ux_mimein/mail_input.h"
 
 namespace ux {
 
@@ -89,12 +90,8 @@ void HeaderSaver::save(std::string_view line) {
         line = cleaned;
         field = ux_InParseCommandLine(line);
     }
-    try {
-        item_.write(line);
-        item_.write("\r\n");
-    } catch (const er_Escape& escape) {
-        er_TracedEscape(kGatewayGroup, kHeaderNotWritten, escape.what());
-    }
+    ux_write_or_escape(item_, line, kHeaderNotWritten);
+    ux_write_or_escape(item_, "\r\n", kHeaderNotWritten);
     saved(line, field, start);
 }
 

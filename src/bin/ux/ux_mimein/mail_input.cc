@@ -94,10 +94,14 @@ void GetContinuation(std::string& pszString, im_Item* pHeaderStream) {
             ux_write_or_escape(*pHeaderStream, piece.text, kHeaderNotWritten);
             ux_write_or_escape(*pHeaderStream, "\r\n", kHeaderNotWritten);
         }
-        const std::string_view text = mim_SpaceTrimming(piece.text);
-        const std::string_view joint = is_encoded_word(text) ? " " : "";
-        if (pszString.size() + joint.size() + text.size() <= kValueLimit) pszString.append(joint).append(text);
+        ux::append_folded(pszString, piece.text);
     }
+}
+
+void ux::append_folded(std::string& pszString, std::string_view line) {
+    const std::string_view text = mim_SpaceTrimming(line);
+    const std::string_view joint = is_encoded_word(text) ? " " : "";
+    if (pszString.size() + joint.size() + text.size() <= kValueLimit) pszString.append(joint).append(text);
 }
 
 void ux_write_or_escape(im_Item& item, std::string_view data, int reason) {

@@ -44,6 +44,10 @@ void TakeMailLines(std::size_t bytes);
 // what mailers fold between are tokens that need none. The value stays below 1,024 characters; what does not fit is
 // left out. Raises 102/1412 (report copy) and 102/1411 (header item) when a copy cannot be written.
 void GetContinuation(std::string& pszString, im_Item* pHeaderStream);
+namespace ux {
+// The same for one such line that has been read already.
+void append_folded(std::string& pszString, std::string_view line);
+}  // namespace ux
 
 // Writes to an item; a failure of the store leaves as 102/`reason`.
 void ux_write_or_escape(im_Item& item, std::string_view data, int reason);
