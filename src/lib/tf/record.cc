@@ -143,6 +143,8 @@ static_assert(kContentStrings.size() == 17);
 
 }  // namespace
 
+void mp_GenerateEndPackage(tf_Record& record) { tf_InitRecord(record, TFREC_end_package); }
+
 void tf_initTFREC_content_file(TFREC_content_file& file, std::int32_t type) {
     file = TFREC_content_file{};
     file.origContentType = file.contentType = type;

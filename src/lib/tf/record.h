@@ -107,6 +107,9 @@ void tf_ChangeFromWrapRec(tf_Record& record);
 // Subject record: string@16 the subject in RFC 2047 form, four empty strings, i32 0.
 void tf_MakeSubjectRec(tf_Record& record, std::int32_t type, std::string_view subject);
 
+// The record that ends a package, empty.
+void mp_GenerateEndPackage(tf_Record& record);
+
 // One attached file. tf_init... sets both content types and nothing else.
 struct TFREC_content_file {
     std::int32_t origContentType = 0;

@@ -11,6 +11,8 @@
 #include "msg/msg.h"
 #include "q/q.h"
 #include "tf/file.h"
+#include "ux_in/body_part.h"
+#include "ux_in/charsets.h"
 #include "ux_in/finishing.h"
 #include "ux_in/header.h"
 #include "ux_in/identifiers.h"
@@ -19,6 +21,7 @@
 #include "ux_in/recipients.h"
 #include "ux_in/records.h"
 #include "ux_mimein/entity.h"
+#include "ux_uuin/rfc1154.h"
 
 namespace {
 
@@ -27,6 +30,7 @@ constexpr std::string_view kFilterRoute = "";
 constexpr std::string_view kPostmaster = "Postmaster";
 constexpr std::int32_t kListFileType = 1166;
 constexpr std::uint32_t kListFileKind = 2;
+constexpr std::int32_t kHeaderFileType = 1168;
 constexpr std::int16_t kDispositionAck = 7;  // a disposition notification is the strongest acknowledgement
 constexpr int kReportPriority = 0;
 constexpr int kAuditMessage = 10;
@@ -34,7 +38,6 @@ constexpr int kAuditTime = 1;
 constexpr int kAuditOriginator = 30;
 constexpr int kNoOriginator = 1547;
 constexpr int kTextNotEnded = 1401;
-constexpr int kNotConverted = 1424;
 
 class Conversion {
 public:
@@ -49,8 +52,10 @@ private:
     void write_envelope_creator(const std::string& CreatorORN);
     void write_chosen_creator(const std::string& chosen, std::string CreatorORN);
     void attach_list();
+    void attach_header(std::string_view name);
     void convert_body();
     void convert_mime();
+    void convert_rfc1154();
     void finish();
     void queue_reports();
 
@@ -103,11 +108,7 @@ void Conversion::start_files() {
     tf_AppendRecord(TFHandle_, record);
     HeaderPos_ = tf_MarkPrevRecord(TFHandle_);
 
-    DLHandle_ = tf_CreateFile();
-    ux_InCreateHeaderRecord(2, 1000, envelope_.ROCWanted, "", record);
-    tf_AppendRecord(DLHandle_, record);
-    ux_InCreateDLCountRec(record);
-    tf_AppendRecord(DLHandle_, record);
+    DLHandle_ = ux::create_list_file(envelope_.ROCWanted);
 }
 
 void Conversion::parse_header() {
@@ -184,7 +185,7 @@ void Conversion::attach_list() {
 void Conversion::convert_body() {
     if (header_.pEndOfMsg) return ux_InTidyHeader(header_.pHeaderRef);
     if (header_.pMimeMsg) return convert_mime();
-    if (header_.pRfc1154) er_TracedEscape(kGatewayGroup, kNotConverted, "RFC 1154 body");
+    if (header_.pRfc1154) return convert_rfc1154();
     ux_InTidyHeader(header_.pHeaderRef);
     ux_InParseUnixMsgContent({.TfHandle = TFHandle_,
                               .pParentRfc2047subject = header_.pRfc2047subjectD,
@@ -216,6 +217,31 @@ void Conversion::convert_mime() {
     body.AtTopLevel = true;
     body.tfDistListPos = ListPos_;
     ux_InParseMimeContent(conversion, body);
+}
+
+// The header itself as an attached file.
+void Conversion::attach_header(std::string_view name) {
+    ux_ContentItem file;
+    file.item = std::move(header_.pHeaderRef);
+    file.FileType = kHeaderFileType;
+    ux::attach_part(TFHandle_, MsgHandle_, file, name);
+}
+
+// The list may describe less than there is: what is left is read away.
+void Conversion::convert_rfc1154() {
+    const bool keep = cust_PresentAndTrue("UXI_KEEP_UUENC_ARPA_HEADER");
+    const bool behind = cust_PresentAndTrue("UXI_USE_REVERSE_ARPA_HEADER");
+    if (!keep) ux_InTidyHeader(header_.pHeaderRef);
+    if (keep && !behind) attach_header(header_.pRfc2047subjectD);
+    ux_InParseRfc1154Content({.TfHandle = TFHandle_,
+                              .pRfc2047subject = header_.pRfc2047subjectD,
+                              .pFromCharSet = ux_charsets().FromCharSet,
+                              .pEncoding = header_.ppEncoding,
+                              .MsgHandle = MsgHandle_,
+                              .pEndOfMsg = header_.pEndOfMsg,
+                              .GenObjFiles = ux_driver().GenObjFiles});
+    while (!header_.pEndOfMsg) header_.pEndOfMsg = ux_InReadMailText().is_end;
+    if (keep && behind) attach_header("INVISIBLE_ATTACH");
 }
 
 void Conversion::finish() {

@@ -294,7 +294,6 @@ ux_MultipartKind ux_InParseMPSubtype(std::string_view pszContentSubType, bool bI
 
 void ux_GenerateStartAltGroup(tf_Record& TfRecord) { tf_InitRecord(TfRecord, TFREC_start_alternatives); }
 void ux_GenerateAltGroup(tf_Record& TfRecord) { tf_InitRecord(TfRecord, TFREC_end_alternatives); }
-void mp_GenerateEndPackage(tf_Record& TfRecord) { tf_InitRecord(TfRecord, TFREC_end_package); }
 
 std::unique_ptr<ux_MimeFrame> ux_InParseMimeMultiPart(ux_MimeConversion& conversion, ux_MimePart& part,
                                                       std::string_view pszContentSubType,

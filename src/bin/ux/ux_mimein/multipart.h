@@ -45,10 +45,9 @@ struct ux_MultipartKind {
 // smime_v2 (the key SMIME_V2) is read with the first multipart/signed of the process.
 ux_MultipartKind ux_InParseMPSubtype(std::string_view pszContentSubType, bool bInImmediateMsg);
 
-// Empty records around an alternative group, and after a package.
+// Empty records around an alternative group.
 void ux_GenerateStartAltGroup(tf_Record& TfRecord);
 void ux_GenerateAltGroup(tf_Record& TfRecord);
-void mp_GenerateEndPackage(tf_Record& TfRecord);
 
 // A multipart. `part` and `conversion` outlive the frame; pszParameters: the text after the first ";" of the content
 // type, none when there is no ";". Raises 102/1428 for a boundary that is the enclosing multipart's too, unless
