@@ -6,20 +6,20 @@
 #include <utility>
 #include <vector>
 
-#include "cust/cust.h"
 #include "cvr/cvr.h"
 #include "dstring/ascii.h"
 #include "er/er.h"
 #include "mim/mim.h"
+#include "ux_in/nesting.h"
 #include "ux_mimein/leaf.h"
 #include "ux_mimein/mail_input.h"
 #include "ux_mimein/multipart.h"
+#include "ux_mimein/submessage.h"
 
 namespace {
 
 constexpr int kMimeSteering = 6;     // "~/sys/mimein.str"
 constexpr int kInboundSteering = 7;  // "~/sys/unixin.str", when there is no other
-constexpr int kDefaultMaxDepth = 10'000;
 constexpr int kKeptWhole = 24071;
 
 // Entities in progress, the innermost last. Popped from the back, so that what is inside ends first.
@@ -57,12 +57,21 @@ void load_mime_steering() {
     looked_for = true;
 }
 
-int max_depth() { return cust_GetInteger("UX_MAX_DEPTH", kDefaultMaxDepth); }
-
 bool is_too_deep(const Frames& frames) {
-    if (frames.depth() < max_depth()) return false;
+    if (frames.depth() < ux::max_depth()) return false;
     er_LogMsg(5, kSharedGroup, kKeptWhole, "Entity kept whole: it is nested deeper than ", frames.depth());
     return true;
+}
+
+// The frame of an entity that holds others; none for a leaf.
+std::unique_ptr<ux_MimeFrame> frame_for(ux_MimeConversion& conversion, ux_MimePart& part, const Frames& frames) {
+    const ux_ContentTypeParts type = ux_split_content_type(part.header.pszSubPartType);
+    const bool multipart = dstring_equal_ignoring_case(type.type, "multipart");
+    const bool message =
+        dstring_equal_ignoring_case(type.type, "message") && dstring_equal_ignoring_case(type.subtype, "rfc822");
+    if ((!multipart && !message) || is_too_deep(frames)) return nullptr;
+    return multipart ? ux_InParseMimeMultiPart(conversion, part, type.subtype, type.parameters)
+                     : ux_InParseMimeSubMsg(conversion, part);
 }
 
 // Converts a leaf at once, or opens a frame for what holds other entities.
@@ -73,9 +82,8 @@ void begin(ux_MimeConversion& conversion, ux_MimePart& part, Frames& frames) {
     cvr_SetSteeringFile(kMimeSteering);
     if (ux_mime_state().nestLevel == 0) ux_mime_state().havePnPropsForMsg = false;
 
-    const ux_ContentTypeParts type = ux_split_content_type(part.header.pszSubPartType);
-    if (dstring_equal_ignoring_case(type.type, "multipart") && !is_too_deep(frames))
-        frames.push(ux_InParseMimeMultiPart(conversion, part, type.subtype, type.parameters));
+    if (std::unique_ptr<ux_MimeFrame> frame = frame_for(conversion, part, frames))
+        frames.push(std::move(frame));
     else
         ux_InParseMimeFile(conversion, part);
 }

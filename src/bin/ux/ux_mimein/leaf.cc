@@ -9,6 +9,7 @@
 #include "ux_in/charsets.h"
 #include "ux_in/records.h"
 #include "ux_mimein/disposition.h"
+#include "ux_mimein/dist_list.h"
 #include "ux_mimein/leaf_part.h"
 #include "ux_mimein/part_body.h"
 #include "ux_mimein/part_charset.h"
@@ -16,6 +17,7 @@
 
 namespace {
 
+constexpr std::int32_t kListFileType = 1166;
 constexpr std::string_view kDefaultType = "text/plain";
 constexpr std::string_view kHtmlType = "text/html";
 
@@ -30,6 +32,8 @@ private:
     void map_type();
     void decode();
     void attach();
+    void attach_list();
+    void put_header();
     void write_record(std::uint64_t size);
 
     ux_MimeConversion& conversion_;
@@ -41,6 +45,7 @@ void Leaf::convert() {
     if (entity_.partNumber != 2) ux_mime_state().pFirstTxtPartFName = {};
     describe();
     decode();
+    if (part_.lQNFileCode == kListFileType) return attach_list();
     ux_SettleCharset(part_);
     ux_ConvertPart(part_);
     attach();
@@ -94,6 +99,18 @@ void Leaf::attach() {
         ux_mime_state().pFirstTxtPartFName = part_.item.ref();
     Msg_AttachFile(conversion_.MsgHandle, std::move(part_.item));
     write_record(size);
+    put_header();
+}
+
+// The decoded text is not attached itself: the list that is read from it is.
+void Leaf::attach_list() {
+    ux_InSpecialDistList(part_.item, entity_.markers, conversion_.TfHandle, conversion_.MsgHandle);
+    part_.item.unlink();
+    write_record(0);
+    put_header();
+}
+
+void Leaf::put_header() {
     if (entity_.pContentHdrRef != nullptr && conversion_.GenObjFiles)
         mp_PutObjectFile("inetContentHeader", *entity_.pContentHdrRef, conversion_.TfHandle, 0, false);
 }

@@ -9,18 +9,8 @@
 #include <string_view>
 
 #include "tf/record.h"
+#include "ux_mimein/mime_frame.h"
 #include "ux_mimein/mime_part.h"
-
-// An entity that holds other entities, on the dispatcher's stack.
-class ux_MimeFrame {
-public:
-    ux_MimeFrame() = default;
-    virtual ~ux_MimeFrame() = default;
-    ux_MimeFrame(const ux_MimeFrame&) = delete;
-    ux_MimeFrame& operator=(const ux_MimeFrame&) = delete;
-    // The next part to convert, owned by the frame; none: the entity is done. The part before is done by then.
-    virtual ux_MimePart* next() = 0;
-};
 
 // What a multipart's parameters say; a parameter that is not there has none.
 struct ux_MultipartParameters {
