@@ -57,6 +57,11 @@ inline std::string fields(const tf_Record& record) {
         case TFREC_obsoletes: return identifier(record);
         case TFREC_list_counts: return counts(record);
         case TFREC_content_file_type: return content(record);
+        case TFREC_start_package_type: {
+            const TFREC_start_package package = tf_ST_PKG_to_Struc(record);
+            return number(package.pkgType) + number(package.qnPkgType) + text(package.rfc2047subject);
+        }
+        case TFREC_end_package: return {};
         case TFREC_object_file:
             return number(record.get32(16)) + text(record.get_string(24)) + number(record.get32(20));
         case TFREC_recipient:
@@ -67,7 +72,13 @@ inline std::string fields(const tf_Record& record) {
 
 }  // namespace shown_detail
 
+// A wrapped record is the one in it, in parentheses.
 inline std::string shown(const tf_Record& record) {
+    if (record.type() == TFREC_wrapped) {
+        tf_Record inner = record;
+        tf_ChangeFromWrapRec(inner);
+        return "(" + shown(inner) + ")";
+    }
     return std::to_string(record.type()) + shown_detail::fields(record);
 }
 

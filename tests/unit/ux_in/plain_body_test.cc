@@ -8,6 +8,7 @@
 
 #include <gtest/gtest.h>
 
+#include "support/attached_files.h"
 #include "support/home.h"
 #include "support/log_lines.h"
 #include "support/message_text.h"
@@ -79,7 +80,7 @@ protected:
             records.push_back(tf_ContentFileRecToStruc(record));
         }
         EXPECT_EQ(records.size(), MsgHandle_.attached());
-        const std::vector<std::string> contents = attached();
+        const std::vector<std::string> contents = attached_files(MsgHandle_, std::move(TfHandle_));
         std::vector<std::string> lines;
         for (std::size_t i = 0; i < records.size() && i < contents.size(); ++i) {
             const TFREC_content_file& file = records[i];
@@ -89,25 +90,6 @@ protected:
                             "|" + shown(contents[i]));
         }
         return lines;
-    }
-
-    // The contents of the attached files, in order, as the message file names them.
-    std::vector<std::string> attached() {
-        std::vector<std::string> contents;
-        MsgHandle_.finish(std::move(TfHandle_));
-        const std::string message = os_read_file(im_ItemRef2FName(MsgHandle_.ref()), 1 << 20);
-        bool main_file = true;
-        for (std::size_t at = 0; at < message.size();) {
-            tf_Record record;
-            record.assign(message.substr(at));
-            const auto size = static_cast<std::size_t>(record.get32(0));
-            record.assign(message.substr(at, size));
-            at += size;
-            if (record.type() != TFREC_message_file) continue;
-            if (!main_file) contents.push_back(os_read_file(im_ItemRef2FName(record.get_ref(16)), 1 << 30));
-            main_file = false;
-        }
-        return contents;
     }
 
     using Parts = std::vector<std::string>;

@@ -126,7 +126,8 @@ void Rfc1154Body::after_part(bool decoded) {
     levels_.back().drop();
 }
 
-// What all open messages' lists hold together is bounded; a list that would go beyond it is cut at an entry.
+// What the lists of all open messages hold together is bounded; lines of a list that would go beyond it are left out,
+// and a message whose list is left out altogether is text, as one without a list is.
 void Rfc1154Body::enter(std::int32_t NumLines) {
     ux::EncapsulatedHeader header = ux_UUInProcessSubMsgHdr({.TfHandle = content_.TfHandle,
                                                              .MsgHandle = content_.MsgHandle,

@@ -70,22 +70,26 @@ bool append_hex(std::string_view digits, im_Item& item) {
     return true;
 }
 
-// Lines of hexadecimal data; those that are longer than a piece are put together at their cuts.
+// Lines of hexadecimal data; those that are longer than a piece are put together at their cuts. Of a line that fails
+// nothing is kept.
 class HexItem {
 public:
     bool take(const ux_MailText& piece) {
         if (piece.at_start && piece.whole) return ux_InDecodeHexLine(piece.text, item_);
+        if (piece.at_start) line_ = item_.size();
         digits_.append(piece.unstuffed());
         const std::size_t ready = piece.whole ? digits_.size() : digits_.size() / 2 * 2;
         const bool decoded = append_hex(std::string_view(digits_).substr(0, ready), item_);
         digits_.erase(0, ready);
+        if (!decoded) item_.truncate(line_);
         return decoded;
     }
     im_Item close() { return std::move(item_); }
 
 private:
     im_Item item_ = im_CrNewDataItem();
-    std::string digits_;  // of a line that has not ended
+    std::string digits_;      // of a line that has not ended, not decoded yet
+    std::uint64_t line_ = 0;  // where its bytes begin
 };
 
 // The third word of a begin line.
