@@ -26,6 +26,16 @@ std::string_view trim_blanks(std::string_view text) {
     return text.substr(first, text.find_last_not_of(" \t") - first + 1);
 }
 
+// The text up to `delimiter`, which goes too; delimiters before it are passed over. Deliberately simple: quotes protect
+// nothing, and no token is empty.
+std::optional<std::string_view> take_token(std::string_view& text, char delimiter) {
+    text.remove_prefix(std::min(text.find_first_not_of(delimiter), text.size()));
+    if (text.empty()) return std::nullopt;
+    const std::string_view token = text.substr(0, text.find(delimiter));
+    text.remove_prefix(std::min(token.size() + 1, text.size()));
+    return token;
+}
+
 // Blanks go from the front of a value only: those at its end belong to it.
 std::string parameter_value(std::string_view text) {
     text.remove_prefix(std::min(text.find_first_not_of(" \t"), text.size()));
@@ -115,8 +125,6 @@ ux_MimePart* Multipart::step() {
 bool Multipart::enter() {
     AtTopLevel_ = ++ux_mime_state().nestLevel == 1;
     if (!parameters_) return false;
-    entity_.header.szContentID.clear();
-    entity_.header.szContentLocation.clear();
     ux_MultipartParameters parameters = ux_InParseMPParams(*parameters_);
     subject_ = parameters.pszName ? *std::move(parameters.pszName) : std::string(entity_.pRfc2047subject);
     markers_.pszPartMarker = "--" + parameters.pszBoundary.value_or("");
@@ -260,16 +268,13 @@ void Multipart::put_object(std::string_view name, const im_Item& item, std::int3
 ux_MultipartParameters ux_InParseMPParams(std::string_view pszParams) {
     const er_Trace trace("ux_InParseMPParams");
     ux_MultipartParameters parameters;
-    while (!pszParams.empty()) {
-        const std::string_view parameter = pszParams.substr(0, pszParams.find(';'));
-        pszParams.remove_prefix(std::min(parameter.size() + 1, pszParams.size()));
-        const std::size_t equals = parameter.find('=');
-        if (equals == std::string_view::npos) continue;
-        const std::string_view name = trim_blanks(parameter.substr(0, equals));
-        const std::string_view value = parameter.substr(equals + 1);
-        if (dstring_equal_ignoring_case(name, "boundary")) parameters.pszBoundary = parameter_value(value);
-        if (dstring_equal_ignoring_case(name, "name")) parameters.pszName = parameter_value(value);
-        if (dstring_equal_ignoring_case(name, "report-type")) parameters.pszReportType = parameter_value(value);
+    while (const auto token = take_token(pszParams, '=')) {
+        const std::string_view name = trim_blanks(*token);
+        const auto value = take_token(pszParams, ';');
+        if (!value) break;
+        if (dstring_equal_ignoring_case(name, "boundary")) parameters.pszBoundary = parameter_value(*value);
+        if (dstring_equal_ignoring_case(name, "name")) parameters.pszName = parameter_value(*value);
+        if (dstring_equal_ignoring_case(name, "report-type")) parameters.pszReportType = parameter_value(*value);
     }
     return parameters;
 }

@@ -18,8 +18,9 @@ struct ux_MultipartParameters {
     std::optional<std::string> pszName;
     std::optional<std::string> pszReportType;
 };
-// Takes BOUNDARY, NAME and report-type out of the text after the first ";". A value runs to the next ";"; it loses one
-// leading double quote and what begins with the next one. The last of several holds.
+// Takes BOUNDARY, NAME and report-type out of the text after the first ";". A name runs to the next "=" (over a ";"
+// too) and a value to the next ";", neither is empty: "=" before a name and ";" before a value are passed over. A value
+// loses one leading double quote and what begins with the next one. The last of several holds.
 ux_MultipartParameters ux_InParseMPParams(std::string_view pszParams);
 
 // What a multipart's subtype makes of it.
