@@ -15,6 +15,6 @@ struct ux_ContentHeader {
 };
 
 // Reads a header block to its blank line, which is not saved, or to the end line of the message (pbEndOfMsg). Fields
-// that are not there leave their values as they were. Every line goes into HeaderItem with CR LF. Raises 102/1411 when
-// the item cannot be written, 102/1401 when input ends.
+// that are not there leave their values as they were. Every line goes into HeaderItem with CR LF. Raises 102/1411 (1412
+// for a continuation line) when the item cannot be written, 102/1401 when input ends.
 void ux_InParseContentHeader(im_Item& HeaderItem, bool& pbEndOfMsg, ux_ContentHeader& header);

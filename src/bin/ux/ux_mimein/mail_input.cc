@@ -91,7 +91,7 @@ void GetContinuation(std::string& pszString, im_Item* pHeaderStream) {
     while (continues()) {
         const ux_MailText piece = GetMailText();
         if (pHeaderStream != nullptr) {
-            ux_write_or_escape(*pHeaderStream, piece.text, kHeaderNotWritten);
+            ux_write_or_escape(*pHeaderStream, piece.text, kCopyNotWritten);
             ux_write_or_escape(*pHeaderStream, "\r\n", kHeaderNotWritten);
         }
         ux::append_folded(pszString, piece.text);
@@ -101,7 +101,9 @@ void GetContinuation(std::string& pszString, im_Item* pHeaderStream) {
 void ux::append_folded(std::string& pszString, std::string_view line) {
     const std::string_view text = mim_SpaceTrimming(line);
     const std::string_view joint = is_encoded_word(text) ? " " : "";
-    if (pszString.size() + joint.size() + text.size() <= kValueLimit) pszString.append(joint).append(text);
+    if (pszString.size() + joint.size() >= kValueLimit) return;
+    pszString += joint;
+    pszString += text.substr(0, kValueLimit - pszString.size());
 }
 
 void ux_write_or_escape(im_Item& item, std::string_view data, int reason) {

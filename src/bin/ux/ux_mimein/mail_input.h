@@ -41,8 +41,8 @@ void TakeMailLines(std::size_t bytes);
 
 // Appends the continuation lines of a header field (they begin with a blank or a tab) to pszString, each trimmed, and
 // copies them to pHeaderStream when one is given. An encoded word is joined by one blank, anything else by nothing:
-// what mailers fold between are tokens that need none. The value stays below 1,024 characters; what does not fit is
-// left out. Raises 102/1412 (report copy) and 102/1411 (header item) when a copy cannot be written.
+// what mailers fold between are tokens that need none. The value is cut at 1,023 characters. Raises 102/1412 when a
+// copy cannot be written, 102/1411 when it is a line end of the header item.
 void GetContinuation(std::string& pszString, im_Item* pHeaderStream);
 namespace ux {
 // The same for one such line that has been read already.
