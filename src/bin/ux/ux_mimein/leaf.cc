@@ -39,6 +39,7 @@ private:
     ux_MimeConversion& conversion_;
     ux_MimePart& entity_;
     ux_LeafPart part_;
+    bool is_first_text_ = false;  // the text that a calendar behind it may replace
 };
 
 void Leaf::convert() {
@@ -85,6 +86,7 @@ void Leaf::map_type() {
 // Whether line ends are those of text is asked of the type as it is written: "Text/plain" keeps its bytes.
 void Leaf::decode() {
     part_.item = im_CrNewDataItem();
+    is_first_text_ = entity_.partNumber == 1 && dstring_starts_ignoring_case(part_.pszMIMEContentType, kDefaultType);
     const bool nonTextType = !part_.pszMIMEContentType.empty() && !part_.pszMIMEContentType.starts_with("text");
     switch (mim_DecodeMimeFile(part_.item, entity_.header.pszSubPartEncoding, entity_.markers, nonTextType)) {
         case ux_BodyEnd::message: conversion_.pbEndOfMsg = true; break;
@@ -95,8 +97,7 @@ void Leaf::decode() {
 
 void Leaf::attach() {
     const std::uint64_t size = part_.item.size();
-    if (entity_.partNumber == 1 && dstring_starts_ignoring_case(part_.pszMIMEContentType, kDefaultType))
-        ux_mime_state().pFirstTxtPartFName = part_.item.ref();
+    if (is_first_text_) ux_mime_state().pFirstTxtPartFName = part_.item.ref();
     Msg_AttachFile(conversion_.MsgHandle, std::move(part_.item));
     write_record(size);
     put_header();
