@@ -114,7 +114,19 @@ void ux_write_or_escape(im_Item& item, std::string_view data, int reason) {
     }
 }
 
-ux_ReportCopy::ux_ReportCopy() : item_(im_create_unnamed()), before_(ux_mime_input().mimfp) {
+ux_ItemInput::ux_ItemInput(const im_Item& item, std::uint64_t offset)
+    : before_(ux_mime_input().mimfp), reader_([&item, offset](char* data, std::size_t room) mutable {
+          const std::size_t got = item.read(offset, data, room);
+          offset += got;
+          return got;
+      }) {
+    reader_.begin_text();
+    ux_mime_input().mimfp = &reader_;
+}
+
+ux_ItemInput::~ux_ItemInput() { ux_mime_input().mimfp = before_; }
+
+ux_ReportCopy::ux_ReportCopy() : item_(im_create_unnamed()) {
     ux_mime_input().Reportfp = &item_;
     ux_mime_input().gCopyForReport = true;
 }
@@ -122,18 +134,11 @@ ux_ReportCopy::ux_ReportCopy() : item_(im_create_unnamed()), before_(ux_mime_inp
 ux_ReportCopy::~ux_ReportCopy() {
     stop();
     ux_mime_input().Reportfp = nullptr;
-    ux_mime_input().mimfp = before_;
 }
 
 void ux_ReportCopy::stop() { ux_mime_input().gCopyForReport = false; }
 
 void ux_ReportCopy::read_again(std::uint64_t offset) {
     stop();
-    reader_.emplace([this, offset](char* data, std::size_t room) mutable {
-        const std::size_t got = item_.read(offset, data, room);
-        offset += got;
-        return got;
-    });
-    reader_->begin_text();
-    ux_mime_input().mimfp = &*reader_;
+    input_.emplace(item_, offset);
 }

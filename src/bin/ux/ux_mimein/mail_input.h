@@ -52,6 +52,19 @@ void append_folded(std::string& pszString, std::string_view line);
 // Writes to an item; a failure of the store leaves as 102/`reason`.
 void ux_write_or_escape(im_Item& item, std::string_view data, int reason);
 
+// MIME text comes from an item, from `offset` on, while this lives; then from where it came before.
+class ux_ItemInput {
+public:
+    ux_ItemInput(const im_Item& item, std::uint64_t offset);
+    ~ux_ItemInput();
+    ux_ItemInput(const ux_ItemInput&) = delete;
+    ux_ItemInput& operator=(const ux_ItemInput&) = delete;
+
+private:
+    ux_LineReader* before_;
+    ux_LineReader reader_;
+};
+
 // The report copy. While it copies, what is read from the stream in force is kept, in memory until it is large, then in
 // a file without a name; the store never sees it. It can then be the stream in force itself, from any place. At its end
 // MIME text comes from where it came before, and nothing is left.
@@ -68,6 +81,5 @@ public:
 
 private:
     im_Item item_;
-    ux_LineReader* before_;
-    std::optional<ux_LineReader> reader_;
+    std::optional<ux_ItemInput> input_;
 };

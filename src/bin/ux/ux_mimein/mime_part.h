@@ -16,13 +16,13 @@
 struct ux_MimeState {
     int nestLevel = 0;                        // depth of multiparts
     int msgNestLevel = 0;                     // depth of encapsulated messages
-    bool isSendmailExhausted = false;         // the agent's text has been read to its end line while a copy was made
     bool havePnPropsForMsg = false;           // a property part was found
     bool IcalNowAttachment = false;           // calendar parts are only stored from now on; stays for the process
     bool makeIcalBPDesc = true;               // a converted calendar gets a description part
     std::int64_t icalPartAlternativePos = 0;  // of the text alternative before a calendar part; 0 none
     ITEM_REF pFirstTxtPartFName{};            // of a text/plain part numbered 1, kept for the part numbered 2
     std::optional<bool> HaveSteering;         // there is a steering file, once that was asked
+    std::optional<bool> smime_v2;             // SMIME_V2, once it was read; stays for the process
 };
 ux_MimeState& ux_mime_state();
 // Resets what belongs to a message, the stream in force included.

@@ -7,13 +7,13 @@ ux_MimeState& ux_mime_state() {
     return state;
 }
 
-// What a message before left must not decide over this one; that calendars are only stored from now on is of the
-// process.
+// What a message before left must not decide over this one; some values are the process's.
 void ux_begin_mime_message() {
     ux_MimeState& state = ux_mime_state();
-    const bool calendars_are_stored = state.IcalNowAttachment;
-    state = ux_MimeState{};
-    state.IcalNowAttachment = calendars_are_stored;
+    ux_MimeState fresh;
+    fresh.IcalNowAttachment = state.IcalNowAttachment;
+    fresh.smime_v2 = state.smime_v2;
+    state = fresh;
     ux_begin_mime_input();
 }
 

@@ -10,6 +10,7 @@
 #include "ux_mimein/mail_input.h"
 #include "ux_mimein/properties.h"
 #include "ux_mimein/report.h"
+#include "ux_mimein/signed.h"
 
 namespace {
 
@@ -43,6 +44,13 @@ std::string parameter_value(std::string_view text) {
     return std::string(text.substr(0, text.find('"')));
 }
 
+// Read with the first multipart/signed of the process.
+bool smime_v2() {
+    std::optional<bool>& cached = ux_mime_state().smime_v2;
+    if (!cached) cached = cust_PresentAndTrue("SMIME_V2");
+    return *cached;
+}
+
 bool is_line(const ux_MailText& piece, std::string_view marker) {
     return piece.at_start && piece.whole && !marker.empty() && piece.text == marker;
 }
@@ -70,7 +78,9 @@ private:
     void open();
     bool skip_preamble();
     void finish_part();
-    ux_MimePart* start_part();
+    bool start_content();
+    bool start_part();
+    void close_signed();
     void supersede();
     void close();
     void skip_epilogue();
@@ -94,6 +104,7 @@ private:
     std::int64_t lPrevSubPartTFPos_ = 0;
     im_Item ContentHdr_;
     ux_MimePart part_;                         // the body part in hand
+    std::unique_ptr<ux_SignedEntity> signed_;  // of a multipart/signed: what is read instead
     std::unique_ptr<ux_ReportCopy> Reportfp_;  // of a report that was not converted: what is read instead
 };
 
@@ -112,8 +123,9 @@ ux_MimePart* Multipart::step() {
     } else if (std::exchange(in_part_, false)) {
         finish_part();
     }
-    const bool more = partNumber_ > 0 ? !bLastSubPart_ : skip_preamble();
-    if (more && !ended()) return start_part();
+    const bool more = partNumber_ > 0 ? !bLastSubPart_ : start_content();
+    if (more && !ended() && start_part()) return &part_;
+    if (signed_) close_signed();
     close();
     skip_epilogue();
     Reportfp_.reset();
@@ -192,8 +204,30 @@ bool Multipart::skip_preamble() {
     return false;
 }
 
-// The Content-Location of the part before is kept: a part without one inherits it.
-ux_MimePart* Multipart::start_part() {
+// To the first part; false when there is none to convert.
+bool Multipart::start_content() {
+    if (!skip_preamble()) return false;
+    if (!kind_.bSigned) return true;
+    const ux_SignedSource source{markers_, *parameters_};
+    if (kind_.bStartPkg)
+        signed_ = ux_MimeSignedPart(source);
+    else
+        ux_MimeAddSigned(conversion_, ux_MimeSignedPart_v2(source, conversion_.pbEndOfMsg));
+    return signed_ != nullptr;
+}
+
+// The signature, which is the second part, has been read with the whole; of it the header is kept. The end of the copy
+// is not the end of the message, unless that was what ended the copy.
+void Multipart::close_signed() {
+    ux_MimeAddSigned(conversion_, std::move(signed_->SgnItem));
+    if (ContentHdr_) put_object("inetContentHeader", ContentHdr_, 0, false);
+    ContentHdr_.unlink();
+    conversion_.pbEndOfMsg = signed_->isSendmailExhausted;
+    signed_.reset();
+}
+
+// The Content-Location of the part before is kept: a part without one inherits it. False: it is not to be converted.
+bool Multipart::start_part() {
     ++partNumber_;
     ux_MimeState& state = ux_mime_state();
     state.icalPartAlternativePos = 0;
@@ -205,6 +239,7 @@ ux_MimePart* Multipart::start_part() {
     ux_InParseContentHeader(ContentHdr_, conversion_.pbEndOfMsg, part_.header);
     if (kind_.bAlternative && lPrevSubPartTFPos_ > 0) supersede();
     lPrevSubPartTFPos_ = conversion_.TfHandle.end();
+    if (kind_.bSigned && partNumber_ > 1) return false;
 
     part_.pRfc2047subject = subject_;
     part_.markers = &markers_;
@@ -215,7 +250,7 @@ ux_MimePart* Multipart::start_part() {
     part_.partNumber = partNumber_;
     part_.mapiPropped = false;
     in_part_ = true;
-    return &part_;
+    return true;
 }
 
 // The last alternative that we know is the best one (RFC 2046, section 5.1.4). Whether a calendar replaces the text
@@ -287,8 +322,9 @@ ux_MultipartKind ux_InParseMPSubtype(std::string_view pszContentSubType, bool bI
     } else if (dstring_equal_ignoring_case(pszContentSubType, "parallel")) {
         kind.bStartPkg = kind.bParallel = true;
     } else if (dstring_equal_ignoring_case(pszContentSubType, "signed")) {
-        kind.bSigned = kind.bStartPkg = true;
-        kind.PackageFlags = kSignedPackage;
+        kind.bSigned = true;
+        kind.bStartPkg = !smime_v2();
+        kind.PackageFlags = kind.bStartPkg ? kSignedPackage : 0;
     } else if (dstring_equal_ignoring_case(pszContentSubType, "report")) {
         kind.bReport = true;
     } else {
