@@ -11,6 +11,7 @@
 
 #include "ccs/ccs.h"
 #include "cvc/cvc.h"
+#include "dstring/base64.h"
 
 namespace {
 
@@ -43,18 +44,6 @@ std::size_t encoded_size(std::string_view bytes, bool base64) {
     std::size_t size = 0;
     for (const char c : bytes) size += is_literal(c) || c == ' ' ? 1 : 3;
     return size;
-}
-
-void append_base64(std::string& out, std::string_view bytes) {
-    constexpr std::string_view kDigits = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
-    for (std::size_t at = 0; at < bytes.size(); at += 3) {
-        const std::string_view group = bytes.substr(at, 3);
-        unsigned bits = 0;
-        for (std::size_t index = 0; index < 3; ++index)
-            bits = bits << 8 | (index < group.size() ? static_cast<unsigned char>(group[index]) : 0u);
-        for (std::size_t digit = 0; digit < 4; ++digit)
-            out += digit <= group.size() ? kDigits[bits >> (18 - 6 * digit) & 63] : '=';
-    }
 }
 
 void append_quoted(std::string& out, std::string_view bytes) {
@@ -149,7 +138,7 @@ std::string in_words(std::string_view text, std::string_view charset, bool base6
         if (!out.empty()) out += ' ';
         out += opening;
         const std::string bytes = characters.take(room, base64);
-        base64 ? append_base64(out, bytes) : append_quoted(out, bytes);
+        base64 ? dstring_append_base64(out, bytes) : append_quoted(out, bytes);
         out += "?=";
     }
     return out;

@@ -11,21 +11,30 @@ namespace {
 constexpr std::size_t kReadAhead = std::size_t{64} << 10;
 constexpr std::size_t kCopyBlock = std::size_t{64} << 10;
 
-// The record up to where the object's bytes begin; its size, and that of the record around it, count them already.
-tf_Record object_head(std::string_view name, std::uint64_t length, std::int32_t first, bool wrap) {
+// Makes the record, and the one around it, count `more` bytes that will follow its own.
+void count_more(tf_Record& head, std::uint64_t more, bool wrap, std::string_view name) {
     constexpr std::uint64_t largest = std::numeric_limits<std::uint32_t>::max();
-    if (length + name.size() + 25 + kTfHeaderSize > largest) er_SystemEscape(EFBIG, std::string(name));
-    tf_Record head(TFREC_object_file);
-    head.put32(16, first);
-    head.put32(20, static_cast<std::int32_t>(length));
-    head.put_string(24, name);
-    const auto count_object = [&] { head.put32(0, static_cast<std::int32_t>(head.size() + length)); };
-    count_object();
-    if (wrap) {
-        tf_ChangeToWrapRec(head);
-        count_object();
+    if (head.size() + more + kTfHeaderSize > largest) er_SystemEscape(EFBIG, std::string(name));
+    const auto count = [&] { head.put32(0, static_cast<std::int32_t>(head.size() + more)); };
+    count();
+    if (!wrap) return;
+    tf_ChangeToWrapRec(head);
+    count();
+}
+
+// Appends a record whose end is the content of an item and then `tail`.
+void append_with_item(tf_File& file, const tf_Record& head, const im_Item& item, std::string_view tail) {
+    const std::uint64_t position = file.item().size();
+    try {
+        file.append(head);
+        std::string scratch;
+        for (std::uint64_t at = 0; at < item.size(); at += kCopyBlock)
+            file.item().write(item.view(at, kCopyBlock, scratch));
+        file.item().write(tail);
+    } catch (...) {
+        er_TryIgnoring([&] { file.item().truncate(position); });
+        throw;
     }
-    return head;
 }
 
 }  // namespace
@@ -98,15 +107,28 @@ void tf_File::overwrite(const tf_Record& record) {
 }
 
 void mp_PutObjectFile(std::string_view name, const im_Item& object, tf_File& file, std::int32_t first, bool wrap) {
-    const tf_Record head = object_head(name, object.size(), first, wrap);
-    const std::uint64_t position = file.item().size();
-    try {
-        file.append(head);
-        std::string scratch;
-        for (std::uint64_t at = 0; at < object.size(); at += kCopyBlock)
-            file.item().write(object.view(at, kCopyBlock, scratch));
-    } catch (...) {
-        er_TryIgnoring([&] { file.item().truncate(position); });
-        throw;
-    }
+    tf_Record head(TFREC_object_file);
+    head.put32(16, first);
+    head.put32(20, static_cast<std::int32_t>(object.size()));
+    head.put_string(24, name);
+    count_more(head, object.size(), wrap, name);
+    append_with_item(file, head, object, {});
+}
+
+void mp_PutMAPIPropsData(std::int32_t flags1, std::int32_t flags2, const im_Item& text, tf_File& file, int /*version*/,
+                         bool wrap, bool relations) {
+    constexpr std::string_view end("", 1);  // of the text, which is a string
+    tf_Record head(TFREC_mapi_properties);
+    head.put32(16, flags1);
+    head.put32(20, flags2);
+    head.put16(24, relations ? 1 : 0);
+    count_more(head, text.size() + end.size(), wrap, "properties");
+    append_with_item(file, head, text, end);
+}
+
+void mp_PutMAPIPropsData(std::int32_t flags1, std::int32_t flags2, std::string_view text, tf_File& file, int version,
+                         bool wrap, bool relations) {
+    im_Item item = im_create(im_Domain::temporary, kScratchItem);
+    item.write(text);
+    mp_PutMAPIPropsData(flags1, flags2, item, file, version, wrap, relations);
 }

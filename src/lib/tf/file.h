@@ -69,3 +69,11 @@ inline void tf_OverwriteRecord(tf_File& file, const tf_Record& record) { file.ov
 // `first` is i32@16, `wrap` puts it into a wrapped record. When it escapes, the transfer file is as it was. EFBIG: more
 // than a record can hold.
 void mp_PutObjectFile(std::string_view name, const im_Item& object, tf_File& file, std::int32_t first, bool wrap);
+
+// Writes a properties record (30710): two flag words, 1 when they describe relations, and the property text
+// (mapi/property_text.h), streamed; it holds no NUL byte. `wrap` as above; `version` is the interface's and is 1. When
+// it escapes, the transfer file is as it was. EFBIG: more than a record can hold.
+void mp_PutMAPIPropsData(std::int32_t flags1, std::int32_t flags2, const im_Item& text, tf_File& file, int version,
+                         bool wrap, bool relations);
+void mp_PutMAPIPropsData(std::int32_t flags1, std::int32_t flags2, std::string_view text, tf_File& file, int version,
+                         bool wrap, bool relations);

@@ -283,4 +283,32 @@ TEST_F(File, AnObjectThatDoesNotFitLeavesTheFileAsItWas) {
               0);
 }
 
+TEST_F(File, PropertiesAreTwoFlagWordsAWordForRelationsAndTheText) {
+    tf_File file = tf_CreateFile();
+    mp_PutMAPIPropsData(7, -2, "PidTagBody:unicode=x\n", file, 1, false, false);
+    mp_PutMAPIPropsData(1, 0, "", file, 1, false, true);
+    EXPECT_EQ(hex(content(file)), hex(bytes("00000030 000077F6 00000000 0000 0000"
+                                            "00000007 FFFFFFFE 0000 'PidTagBody:unicode=x' 0A 00"
+                                            "0000001B 000077F6 00000000 0000 0000"
+                                            "00000001 00000000 0001 00")));
+}
+
+TEST_F(File, PropertiesOfAnItemAreTheSameRecordWrappedOrNot) {
+    std::string text;
+    while (text.size() < 3 * kKeptInMemory) text += "PidTagSubject:unicode=" + std::to_string(text.size()) + '\n';
+    for (const bool wrap : {false, true}) {
+        tf_File from_text = tf_CreateFile(), from_item = tf_CreateFile();
+        mp_PutMAPIPropsData(1, 2, text, from_text, 1, wrap, true);
+        mp_PutMAPIPropsData(1, 2, item_of(text), from_item, 1, wrap, true);
+        EXPECT_TRUE(content(from_text) == content(from_item));
+        tf_Record record;
+        ASSERT_TRUE(tf_ReadRecord(from_item, record));
+        EXPECT_FALSE(tf_ReadRecord(from_item, record));
+        EXPECT_EQ(record.type(), wrap ? TFREC_wrapped : TFREC_mapi_properties);
+        if (wrap) tf_ChangeFromWrapRec(record);
+        EXPECT_EQ(record.type(), TFREC_mapi_properties);
+        EXPECT_TRUE(record.get_string(26) == text);
+    }
+}
+
 }  // namespace
