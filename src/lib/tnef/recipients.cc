@@ -3,6 +3,7 @@
 // The list's entries are put into a table by what they are known by, then the rows of the recipient table go past once:
 // time is linear in both, and memory is the list's.
 #include <algorithm>
+#include <cerrno>
 #include <string>
 #include <string_view>
 #include <unordered_map>
@@ -94,10 +95,11 @@ private:
         tf_Record record;
         std::string scratch;
         std::size_t number = 0;
-        for (std::uint64_t at = 0; at < list.size(); at += record.size(), ++number) {
+        for (std::uint64_t at = 0; at < list.size(); ++number) {
             const std::uint32_t size = tf_record_size(list.view(at, kTfHeaderSize, scratch));
             if (size == 0 || size > list.size() - at) er_SystemEscape(EILSEQ, "distribution list");
             record.assign(std::string(list.view(at, size, scratch)));
+            at += size;
             work(record, number);
         }
     }
