@@ -152,7 +152,7 @@ std::int64_t day_in_month(const RecurrencePattern& pattern, std::int64_t months)
         const std::int64_t candidate = day_of({year, month, day});
         if ((pattern.weekdays >> weekday(candidate) & 1U) == 0) continue;
         last = candidate;
-        if (++seen == pattern.nth) return candidate;
+        if (++seen == pattern.nth && pattern.nth != kLastWeek) return candidate;
     }
     return last;
 }
