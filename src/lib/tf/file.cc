@@ -22,6 +22,11 @@ void count_more(tf_Record& head, std::uint64_t more, bool wrap, std::string_view
     count();
 }
 
+void append_bytes(im_Item& to, const im_Item& from, std::uint64_t at) {
+    std::string scratch;
+    for (; at < from.size(); at += kCopyBlock) to.write(from.view(at, kCopyBlock, scratch));
+}
+
 // Appends a record whose end is the content of an item and then `tail`.
 void append_with_item(tf_File& file, const tf_Record& head, const im_Item& item, std::string_view tail) {
     const std::uint64_t position = file.item().size();
@@ -131,4 +136,22 @@ void mp_PutMAPIPropsData(std::int32_t flags1, std::int32_t flags2, std::string_v
     im_Item item = im_create(im_Domain::temporary, kScratchItem);
     item.write(text);
     mp_PutMAPIPropsData(flags1, flags2, item, file, version, wrap, relations);
+}
+
+void tf_Trunc2NextRec(tf_File& file) {
+    file.item().truncate(static_cast<std::uint64_t>(file.next_));
+    file.last_read_ = -1;
+}
+
+std::int64_t tf_InsertRecords(tf_File& file, std::int64_t position, const tf_File& records) {
+    if (position < 0 || position > file.end()) er_SystemEscape(EINVAL, "records put in where no record is");
+    const std::int64_t previous = file.previous_;
+    im_Item moved = im_create(im_Domain::temporary, kScratchItem);
+    append_bytes(moved, records.item(), 0);
+    append_bytes(moved, file.item(), static_cast<std::uint64_t>(position));
+    tf_GotoRecord(file, position);
+    tf_Trunc2NextRec(file);
+    append_bytes(file.item(), moved, 0);
+    file.previous_ = previous >= position ? previous + records.end() : position + records.previous_;
+    return records.end();
 }

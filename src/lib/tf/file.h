@@ -44,6 +44,8 @@ public:
 private:
     friend tf_File tf_CreateFile();
     friend tf_File tf_open(im_Item item);
+    friend void tf_Trunc2NextRec(tf_File& file);
+    friend std::int64_t tf_InsertRecords(tf_File& file, std::int64_t position, const tf_File& records);
     std::string_view bytes_at(std::uint64_t at, std::size_t count);
 
     im_Item item_;
@@ -64,6 +66,13 @@ inline void tf_GotoRecord(tf_File& file, std::int64_t position) { file.go_to(pos
 inline void tf_UnreadFile(tf_File& file) { file.go_to(0); }
 inline bool tf_ReadRecord(tf_File& file, tf_Record& record) { return file.read(record); }
 inline void tf_OverwriteRecord(tf_File& file, const tf_Record& record) { file.overwrite(record); }
+void tf_Trunc2NextRec(tf_File& file);  // cuts the file where read() would go on
+
+// Puts all records of `records` in front of the one at `position`, which moves back with everything behind it by the
+// number of bytes returned; the record appended last is what it was. What stands behind is copied aside in blocks, so
+// that memory stays flat; when it escapes there (no room, most likely), the file is as it was, later on it may have
+// lost records. EINVAL: a position that is not in the file.
+std::int64_t tf_InsertRecords(tf_File& file, std::int64_t position, const tf_File& records);
 
 // Writes an object-file record (30700): the whole content of `object` at this moment under `name`, streamed;
 // `first` is i32@16, `wrap` puts it into a wrapped record. When it escapes, the transfer file is as it was. EFBIG: more

@@ -311,4 +311,49 @@ TEST_F(File, PropertiesOfAnItemAreTheSameRecordWrappedOrNot) {
     }
 }
 
+TEST_F(File, RecordsPutInFrontOfOthers) {
+    for (const std::size_t filler : {std::size_t{10}, kKeptInMemory * 2}) {  // in memory, and in a file
+        tf_File file = tf_CreateFile(), records = tf_CreateFile();
+        file.append(item_class("first"));
+        const std::int64_t position = file.append(item_class("second"));
+        file.append(item_class(std::string(filler, 'x')));
+        const std::int64_t last = file.append(item_class("last"));
+        records.append(item_class("new"));
+        records.append(item_class("newer"));
+        const std::int64_t moved = tf_InsertRecords(file, position, records);
+        EXPECT_EQ(moved, records.end());
+        EXPECT_EQ(tf_MarkPrevRecord(file), last + moved) << "the last one is still the last";
+        tf_UnreadFile(file);
+        EXPECT_EQ(rest(file),
+                  (std::vector<std::string>{"first", "new", "newer", "second", std::string(filler, 'x'), "last"}));
+        file.append(item_class("more"));
+        tf_GotoRecord(file, last + moved);
+        EXPECT_EQ(rest(file), (std::vector<std::string>{"last", "more"}));
+    }
+}
+
+TEST_F(File, RecordsPutInAtTheEnds) {
+    tf_File file = tf_CreateFile(), records = tf_CreateFile();
+    records.append(item_class("a"));
+    const std::int64_t b = records.append(item_class("b"));
+    EXPECT_EQ(tf_InsertRecords(file, 0, records), records.end());
+    EXPECT_EQ(tf_MarkPrevRecord(file), b) << "of what was put at the end, the last";
+    EXPECT_EQ(tf_InsertRecords(file, 0, tf_CreateFile()), 0);
+    EXPECT_EQ(content(file), content(records));
+    EXPECT_EQ(reason_of([&] { tf_InsertRecords(file, file.end() + 1, records); }), EINVAL);
+    EXPECT_EQ(reason_of([&] { tf_InsertRecords(file, -1, records); }), EINVAL);
+    EXPECT_EQ(content(file), content(records));
+}
+
+TEST_F(File, IsCutWhereItStands) {
+    tf_File file = tf_CreateFile();
+    file.append(item_class("a"));
+    const std::int64_t b = file.append(item_class("b"));
+    tf_GotoRecord(file, b);
+    tf_Trunc2NextRec(file);
+    file.append(item_class("c"));
+    tf_UnreadFile(file);
+    EXPECT_EQ(rest(file), (std::vector<std::string>{"a", "c"}));
+}
+
 }  // namespace

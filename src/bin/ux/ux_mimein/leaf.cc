@@ -8,6 +8,7 @@
 #include "mim/content_type.h"
 #include "ux_in/charsets.h"
 #include "ux_in/records.h"
+#include "ux_mimein/calendar_part.h"
 #include "ux_mimein/disposition.h"
 #include "ux_mimein/dist_list.h"
 #include "ux_mimein/leaf_part.h"
@@ -40,6 +41,7 @@ private:
     ux_MimePart& entity_;
     ux_LeafPart part_;
     bool is_first_text_ = false;  // the text that a calendar behind it may replace
+    ux::PropertyPart properties_;
 };
 
 void Leaf::convert() {
@@ -47,8 +49,11 @@ void Leaf::convert() {
     describe();
     decode();
     if (part_.lQNFileCode == kListFileType) return attach_list();
+    properties_ = ux::find_properties(conversion_, entity_, part_);
     ux_SettleCharset(part_);
     ux_ConvertPart(part_);
+    entity_.mapiPropped = properties_.GotPloxenMapiProps;
+    if (entity_.mapiPropped && !ux::dispose_of_properties(conversion_, entity_, part_, properties_)) return;
     attach();
 }
 

@@ -43,6 +43,11 @@ struct ux_MimeConversion {
     // Receive the native reports that an outermost multipart/report is turned into; none: it is ordinary mail.
     Msg_File* pAckMsgHandle = nullptr;
     Msg_File* pNDNMsgHandle = nullptr;
+    // Bytes put in front of the address lists, all in all: a position that was saved behind them when it was less has
+    // moved by the difference.
+    std::int64_t moved_back = 0;
+
+    void moved(std::int64_t position, std::int64_t bytes);  // the record at `position` and all behind it have moved
 };
 
 // The boundary lines of a multipart, without their line ends; empty ones match no line.

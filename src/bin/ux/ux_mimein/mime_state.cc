@@ -18,3 +18,10 @@ void ux_begin_mime_message() {
 }
 
 void ux_reset_mime_state() { ux_mime_state() = ux_MimeState{}; }
+
+void ux_MimeConversion::moved(std::int64_t position, std::int64_t bytes) {
+    std::int64_t& alternative = ux_mime_state().icalPartAlternativePos;
+    if (alternative >= position) alternative += bytes;
+    hidden.moved(position, bytes);
+    moved_back += bytes;
+}

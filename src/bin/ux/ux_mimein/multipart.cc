@@ -86,6 +86,11 @@ private:
     void skip_epilogue();
 
     bool ended() const { return conversion_.pbEndOfMsg; }
+    void save_position(std::int64_t position) {
+        lPrevSubPartTFPos_ = position;
+        moved_then_ = conversion_.moved_back;
+    }
+    std::int64_t saved_position() const { return lPrevSubPartTFPos_ + conversion_.moved_back - moved_then_; }
     void append(std::int32_t type);
     void put_object(std::string_view name, const im_Item& item, std::int32_t first, bool wrap);
 
@@ -102,6 +107,7 @@ private:
     bool bLastSubPart_ = false;
     int partNumber_ = 0;
     std::int64_t lPrevSubPartTFPos_ = 0;
+    std::int64_t moved_then_ = 0;  // conversion_.moved_back when it was saved
     im_Item ContentHdr_;
     ux_MimePart part_;                         // the body part in hand
     std::unique_ptr<ux_SignedEntity> signed_;  // of a multipart/signed: what is read instead
@@ -238,7 +244,7 @@ bool Multipart::start_part() {
     ContentHdr_ = im_CrNewDataItem();
     ux_InParseContentHeader(ContentHdr_, conversion_.pbEndOfMsg, part_.header);
     if (kind_.bAlternative && lPrevSubPartTFPos_ > 0) supersede();
-    lPrevSubPartTFPos_ = conversion_.TfHandle.end();
+    save_position(conversion_.TfHandle.end());
     if (kind_.bSigned && partNumber_ > 1) return false;
 
     part_.pRfc2047subject = subject_;
@@ -258,14 +264,14 @@ bool Multipart::start_part() {
 void Multipart::supersede() {
     ux_MimeState& state = ux_mime_state();
     if (ux_IsPotentialMapiPropsSrcBP(part_.header.pszSubPartType))
-        state.icalPartAlternativePos = lPrevSubPartTFPos_;
+        state.icalPartAlternativePos = saved_position();
     else
-        ux_InMarkPrevPartHidden(conversion_.TfHandle, lPrevSubPartTFPos_, conversion_.hidden);
+        ux_InMarkPrevPartHidden(conversion_.TfHandle, saved_position(), conversion_.hidden);
     state.makeIcalBPDesc = false;
 }
 
 void Multipart::finish_part() {
-    if (part_.mapiPropped) lPrevSubPartTFPos_ = tf_MarkPrevRecord(conversion_.TfHandle);
+    if (part_.mapiPropped) save_position(tf_MarkPrevRecord(conversion_.TfHandle));
     if (entity_.pContentHdrRef != nullptr && kind_.bAlternative && partNumber_ == 1)
         put_object("inetMimeAlternative", *entity_.pContentHdrRef, 0, false);
     ContentHdr_.unlink();
