@@ -105,6 +105,7 @@ ux_ContentTypeParts ux_split_content_type(std::string_view content_type) {
 
 void ux_InParseMimeContent(ux_MimeConversion& conversion, ux_MimePart& part) {
     const er_Trace trace("ux_InParseMimeContent");
+    conversion.ConvertEntity = ux_InParseMimeContent;
     Frames frames;
     begin(conversion, part, frames);
     while (frames.depth() > 0) {

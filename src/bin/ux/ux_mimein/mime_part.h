@@ -29,6 +29,8 @@ ux_MimeState& ux_mime_state();
 void ux_begin_mime_message();
 void ux_reset_mime_state();  // everything; for tests
 
+struct ux_MimePart;
+
 // One message's conversion.
 struct ux_MimeConversion {
     tf_File& TfHandle;
@@ -43,6 +45,8 @@ struct ux_MimeConversion {
     // Receive the native reports that an outermost multipart/report is turned into; none: it is ordinary mail.
     Msg_File* pAckMsgHandle = nullptr;
     Msg_File* pNDNMsgHandle = nullptr;
+    // Converts an entity into another message than this one: what came back with a report. Nothing in it does so again.
+    void (*ConvertEntity)(ux_MimeConversion&, ux_MimePart&) = nullptr;
     // Bytes put in front of the address lists, all in all: a position that was saved behind them when it was less has
     // moved by the difference.
     std::int64_t moved_back = 0;

@@ -75,6 +75,7 @@ private:
     bool enter();
     void check_unique();
     bool convert_report(std::string_view report_type);
+    void convert_returned(tf_File& TfHandle, Msg_File& MsgHandle);
     void open();
     bool skip_preamble();
     void finish_part();
@@ -161,13 +162,17 @@ bool Multipart::enter() {
 bool Multipart::convert_report(std::string_view report_type) {
     const bool own = AtTopLevel_ && ux_mime_state().msgNestLevel == 0 && conversion_.pAckMsgHandle != nullptr;
     if (!kind_.bReport || !own || cust_PresentAndTrue("UXI_NO_CONVERT_REPORTS")) return false;
+    ux_ReturnedMessage returned;
+    if (conversion_.ConvertEntity != nullptr)
+        returned = [this](tf_File& TfHandle, Msg_File& MsgHandle) { convert_returned(TfHandle, MsgHandle); };
     ux_ConvertedReport report = ux_InConvertReport({.pRfc2047subject = subject_,
                                                     .pszPartMarker = markers_.pszPartMarker,
                                                     .pszLastPartMarker = markers_.pszLastPartMarker,
                                                     .pszReportType = report_type,
                                                     .pbEndOfMsg = conversion_.pbEndOfMsg,
                                                     .CreateGMTTime = conversion_.CreateGMTTime,
-                                                    .CreateTimeZone = conversion_.CreateTimeZone});
+                                                    .CreateTimeZone = conversion_.CreateTimeZone,
+                                                    .ReturnedMessage = returned});
     *conversion_.pAckMsgHandle = std::move(report.pAckMsgHandle);
     *conversion_.pNDNMsgHandle = std::move(report.pNDNMsgHandle);
     Reportfp_ = std::move(report.Reportfp);
@@ -183,6 +188,24 @@ void Multipart::check_unique() {
     }
     er_LogMsg(5, kSharedGroup, kSharedWarning, "Reject message with non-unique boundary: ", marker);
     er_TracedEscape(kGatewayGroup, kBoundaryNotUnique, marker);
+}
+
+// The message that came back is a message inside the report. What it asks for was asked when it was sent.
+void Multipart::convert_returned(tf_File& TfHandle, Msg_File& MsgHandle) {
+    bool ended = false, last_part = false, ReplyReq = false;
+    std::int16_t AckReq = 0;
+    ux_MimeConversion conversion{.TfHandle = TfHandle,
+                                 .MsgHandle = MsgHandle,
+                                 .pbEndOfMsg = ended,
+                                 .GenObjFiles = conversion_.GenObjFiles,
+                                 .pAckReq = AckReq,
+                                 .pReplyReq = ReplyReq};
+    ux_MimePart message;
+    message.pRfc2047subject = subject_;
+    message.header.pszSubPartType = "message/rfc822";
+    message.markers = &markers_;
+    message.pbLastPart = &last_part;
+    conversion_.ConvertEntity(conversion, message);
 }
 
 void Multipart::open() {
