@@ -17,7 +17,7 @@ from gateway_home import Home, records
 
 TIMEOUT = 60
 OWN_ID = b"MV0123456789ABCDEF"
-HEADER, CREATED, ACKNOWLEDGEMENT, NON_DELIVERY = 1100, 13000, 42100, 42200
+HEADER, CREATED, WRAPPED, ACKNOWLEDGEMENT, NON_DELIVERY = 1100, 13000, 34500, 42100, 42200
 REPORT_CLASS = 1
 RECENT = 3600  # seconds: a date that the gateway gave a mail without one
 
@@ -53,9 +53,11 @@ def dialogue(data):
 
 
 def told(kind, record):
-    """A record as it is compared: a date of just now is any."""
-    if kind == CREATED and abs(struct.unpack_from(">I", record, 16)[0] - time.time()) < RECENT:
-        return kind, b"now"
+    """A record as it is compared: a date of just now is any, also one in a wrapped record."""
+    inner = record[16:] if kind == WRAPPED else record
+    if struct.unpack_from(">i", inner, 4)[0] == CREATED:
+        if abs(struct.unpack_from(">I", inner, 16)[0] - time.time()) < RECENT:
+            return kind, b"now"
     return kind, record
 
 

@@ -115,7 +115,9 @@ void take_file(const ITEM_REF& ref, Message& message) {
     tf_Record record;
     while (tf_ReadRecord(file, record)) {
         if (record.type() == TFREC_header && message.content.empty()) message.native = record.get16(20) == 1;
-        if (record.type() != TFREC_creation_date) message.content.emplace_back(record.bytes());
+        const std::string bytes(record.bytes());
+        tf_ChangeFromWrapRec(record);
+        if (record.type() != TFREC_creation_date) message.content.push_back(bytes);
     }
 }
 
