@@ -114,8 +114,10 @@ content goes back with reports · hops 3 · text/plain
    │     acknowledge reading · no acknowledgement of delivery · disposition notification wanted · reply requested · \
 no non-delivery report
    ├─ recipient 2     Bcc  no name
-   ├─ acknowledgement delivered · list expanded · sent by hand · a  /CN=a · originally rfc822;o@x
-   └─ non-delivery    reason 511 (bad destination mailbox) · b  /CN=b · originally rfc822;p@x
+   ├─ delivered       a  /CN=a
+   │     list expanded · sent by hand · originally o@x
+   └─ not delivered   b  /CN=b
+         bad destination mailbox · reason 511 (status x.1.1, addressing) · originally p@x
 """
 
 

@@ -24,6 +24,8 @@ constexpr std::size_t kValueWidth = 400;
 constexpr std::size_t kHeadShown = std::size_t{64} << 10;  // of a record's bytes
 constexpr std::size_t kRunShown = 25;  // of names or recipients one after the other, unless all are wanted
 constexpr std::int64_t kDistributionList = 1166;
+constexpr std::int64_t kReportClass = 1;
+constexpr std::string_view kInternetType = "rfc822;";            // of an address in a report
 constexpr std::string_view kMarkUtf8 = "⊂ ", kMarkAscii = "< ";  // before what is told of a wrapped record
 
 // The files of a message, as its content-file records come along.
@@ -84,6 +86,8 @@ private:
     void draw_properties(const Node& node, ByteFile& file);
     void draw_package(const Node& node);
     void draw_recipient(const Node& node);
+    void draw_outcome(const Node& node, std::string_view outcome, Words words);
+    void draw_acknowledgement(const Node& node);
     void draw_attached(const Node& node, const std::string& path);
     void draw_preview(ByteFile& file, std::uint64_t start, std::uint64_t length, std::string_view set);
     void remember_subject(std::size_t depth, std::string_view subject);
@@ -96,6 +100,7 @@ private:
     std::size_t depth_;
     // Hashes of the subjects around, in RFC 2047 form, by depth, 0 for none: parts that carry one do not repeat it.
     std::vector<std::size_t> subjects_;
+    bool report_ = false;  // the message itself is one
     std::int32_t run_type_ = 0;
     std::size_t run_ = 0;  // records of run_type_ one after the other, up to now
 };
@@ -206,6 +211,26 @@ void RecordTree::draw_recipient(const Node& node) {
     if (const std::string text = join(wishes); !text.empty()) tree_.note(text);
 }
 
+// Of a report: whom it is about and what has become of the message there; in the next line, why.
+void RecordTree::draw_outcome(const Node& node, std::string_view outcome, Words words) {
+    std::string_view original = node.fields.text("originalRecipient");
+    if (original.starts_with(kInternetType)) original.remove_prefix(kInternetType.size());
+    if (!original.empty()) words.push_back("originally " + clean(original));
+    for (const char* key : {"reserved1", "reserved2", "reserved3", "reserved4"})
+        words.push_back(clean(node.fields.text(key)));
+    put(node, outcome, name_text(node.fields.text("name")), false);
+    if (const std::string text = join(words); !text.empty()) tree_.note(text);
+}
+
+// A level without a word of its own is told by its number.
+void RecordTree::draw_acknowledgement(const Node& node) {
+    const std::int64_t flags = node.fields.number("flags");
+    const std::string_view outcome = spell_outcome(flags);
+    Words words = spell_acknowledgement(flags);
+    if (!outcome.empty()) words.erase(words.begin());
+    draw_outcome(node, outcome.empty() ? node.row->label : outcome, std::move(words));
+}
+
 void RecordTree::draw_preview(ByteFile& file, std::uint64_t start, std::uint64_t length, std::string_view set) {
     const Preview text = preview(file, start, length, set, kPreviewLines);
     const std::string_view bar = context_.screen.utf8 ? "┆ " : ": ";
@@ -308,6 +333,15 @@ void RecordTree::draw_record(Node& node, ByteFile& file, Attachments* attachment
         case TFREC_object_file: return draw_object(node, file);
         case TFREC_mapi_properties: return draw_properties(node, file);
         case TFREC_recipient: return draw_recipient(node);
+        case TFREC_acknowledgement: return draw_acknowledgement(node);
+        case TFREC_non_delivery: return draw_outcome(node, "not delivered", spell_reason(node.fields.number("reason")));
+        case TFREC_header:
+            if (node.step.depth == 0) report_ = node.fields.number("class") == kReportClass;
+            return draw_plain(node);
+        case TFREC_in_reply_to:
+            // What a report answers is the message that it tells about.
+            if (report_ && node.step.depth == 0) return put(node, "about", join(words_of(node.fields)), false);
+            return draw_plain(node);
         case TFREC_subject: remember_subject(node.step.depth, node.fields.text("subject")); return draw_plain(node);
         default: return draw_plain(node);
     }

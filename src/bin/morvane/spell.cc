@@ -34,6 +34,15 @@ constexpr Word kSubLevels[] = {
     {0, ""}, {1, "list expanded"}, {2, "expired"}, {3, "superseded"}, {4, "mailbox closed"},
 };
 
+// What has become of a message, by the level of its acknowledgement.
+constexpr Word kOutcomes[] = {{0, ""}, {4, "delivered"}, {6, "deleted"}, {7, "read"}};
+
+// Subjects of enhanced status codes (RFC 3463, section 3.1 and following).
+constexpr std::array<std::string_view, 8> kStatusSubjects = {"undefined",       "addressing",          "mailbox",
+                                                             "mail system",     "network and routing", "mail protocol",
+                                                             "message content", "security or policy"};
+constexpr std::int64_t kStatusBase = 500;
+
 // 500 + 10 x subject + detail of an enhanced status code (RFC 3463), and 300 where there was none.
 constexpr Word kReasons[] = {
     {300, "no reason given"},
@@ -226,19 +235,29 @@ Words spell_recipient_flags(std::int64_t value) {
 
 Words spell_acknowledgement(std::int64_t value) {
     Words words;
-    constexpr Word done[] = {{0, ""}, {4, "delivered"}, {6, "deleted"}, {7, "read"}};
-    add(words, done, value & 15, "level");
+    add(words, kOutcomes, value & 15, "level");
     add(words, kSubLevels, value >> 4 & 7, "sub-level");
     if ((value & 128) != 0) words.emplace_back("sent by hand");
     add_rest(words, value & 0xFFFF, 0xFF);
     return words;
 }
 
+std::string_view spell_outcome(std::int64_t value) {
+    const Word* word = find(kOutcomes, value & 15);
+    return word == nullptr ? std::string_view() : word->text;
+}
+
+// A detail of 10 or more looks like the next subject; the subject is told as far as it can be known.
 Words spell_reason(std::int64_t value) {
-    const Word* word = find(kReasons, value);
+    Words words;
+    if (const Word* word = find(kReasons, value)) words.emplace_back(word->text);
     std::string text = "reason " + std::to_string(value);
-    if (word != nullptr) text += " (" + std::string(word->text) + ')';
-    return {text};
+    const std::int64_t subject = (value - kStatusBase) / 10;
+    if (value > kStatusBase && subject < static_cast<std::int64_t>(kStatusSubjects.size()))
+        text += " (status x." + std::to_string(subject) + '.' + std::to_string((value - kStatusBase) % 10) + ", " +
+                std::string(kStatusSubjects[static_cast<std::size_t>(subject)]) + ')';
+    words.push_back(std::move(text));
+    return words;
 }
 
 Words spell_list_flags(std::int64_t value) {

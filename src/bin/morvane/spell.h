@@ -16,7 +16,8 @@ Words spell_message_type(std::int64_t value);
 Words spell_header_flags(std::int64_t value);     // priority, sensitivity, importance, reports, automatic mail
 Words spell_recipient_flags(std::int64_t value);  // category, acknowledgement, what the sender asks for
 Words spell_acknowledgement(std::int64_t value);  // level, sub-level, by hand
-Words spell_reason(std::int64_t value);           // of a non-delivery
+Words spell_reason(std::int64_t value);           // of a non-delivery: in words, its number, what it is about
+std::string_view spell_outcome(std::int64_t acknowledgement_flags);  // "delivered", "deleted", "read", or nothing
 Words spell_list_flags(std::int64_t value);
 Words spell_content_flags(std::int64_t value);
 Words spell_package_flags(std::int64_t value);

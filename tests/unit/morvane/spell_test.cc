@@ -76,8 +76,23 @@ TEST(Spell, Reports) {
     EXPECT_EQ(joined(spell_acknowledgement(6 | 3 << 4)), "deleted; superseded");
     EXPECT_EQ(joined(spell_acknowledgement(6 | 4 << 4)), "deleted; mailbox closed");
     EXPECT_EQ(joined(spell_acknowledgement(7 | 128)), "read; sent by hand");
-    EXPECT_EQ(joined(spell_reason(511)), "reason 511 (bad destination mailbox)");
-    EXPECT_EQ(joined(spell_reason(300)), "reason 300 (no reason given)");
+    EXPECT_EQ(spell_outcome(4 | 1 << 4), "delivered");
+    EXPECT_EQ(spell_outcome(6 | 128), "deleted");
+    EXPECT_EQ(spell_outcome(7), "read");
+    EXPECT_EQ(spell_outcome(0), "");
+    EXPECT_EQ(spell_outcome(5), "") << "a level that has no word";
+    EXPECT_EQ(joined(spell_reason(511)), "bad destination mailbox; reason 511 (status x.1.1, addressing)");
+    EXPECT_EQ(joined(spell_reason(522)), "mailbox full; reason 522 (status x.2.2, mailbox)");
+    EXPECT_EQ(joined(spell_reason(531)), "mail system full; reason 531 (status x.3.1, mail system)");
+    EXPECT_EQ(joined(spell_reason(547)), "delivery time expired; reason 547 (status x.4.7, network and routing)");
+    EXPECT_EQ(joined(spell_reason(552)), "syntax error; reason 552 (status x.5.2, mail protocol)");
+    EXPECT_EQ(joined(spell_reason(561)), "content not supported; reason 561 (status x.6.1, message content)");
+    EXPECT_EQ(joined(spell_reason(571)), "delivery not authorised; reason 571 (status x.7.1, security or policy)");
+    EXPECT_EQ(joined(spell_reason(501)), "reason 501 (status x.0.1, undefined)");
+    EXPECT_EQ(joined(spell_reason(579)), "reason 579 (status x.7.9, security or policy)") << "a detail without a word";
+    EXPECT_EQ(joined(spell_reason(580)), "reason 580") << "no such subject";
+    EXPECT_EQ(joined(spell_reason(500)), "reason 500") << "that is never written: it becomes 300";
+    EXPECT_EQ(joined(spell_reason(300)), "no reason given; reason 300");
     EXPECT_EQ(joined(spell_reason(1234)), "reason 1234");
     EXPECT_EQ(joined(spell_reason(-1)), "reason -1");
 }
