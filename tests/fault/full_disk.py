@@ -15,10 +15,15 @@ from queued_mail import queued_mails
 
 # Small and large, text and decoded items, with and without a body: everything that is written for a mail.
 ITEM = b"begin 644 a.bin\n" + (b"M" + b"5" * 60 + b"\n") * 400 + b"`\nend\n"
+# A report about a stranger's message, whose copy is too large to stay in memory and is read again.
+REPORT = (b"Subject: report\nContent-Type: multipart/report; report-type=delivery-status; boundary=b\n\n"
+          b"--b\n\nSorry.\n--b\nContent-Type: message/delivery-status\n\nOriginal-Envelope-Id: foreign\n\n"
+          b"--b\n\n" + b"0123456789abcde\n" * 20000 + b"--b--\n")
 MAILS = {
     "small": b"Subject: small\n\nbody\n",
     "large": b"Subject: large\n" + b"X-Filler: 0123456789\n" * 300 + b"\n" + b"0123456789abcde\n" * 5000,
     "items": b"Subject: items\n\nbefore\n" + ITEM + b"between\n" + ITEM + b"after\n",
+    "report": REPORT,
 }
 
 
