@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """The mail of the benchmarks. The same call gives the same bytes.
 
-    generate.py small COUNT | plain BYTES | uuencoded BYTES | addresses COUNT
+    generate.py small COUNT | plain BYTES | uuencoded BYTES | addresses COUNT | reports COUNT | strange-reports COUNT
 
 writes a whole dialogue, HELO to QUIT, to standard output: COUNT small mails, one mail with a body of BYTES, or one
 with COUNT addresses in its To field. Bodies are written in blocks, so BYTES may be larger than memory.
@@ -126,6 +126,34 @@ def addresses_mail(count):
     yield b"Hello all.\r\n"
 
 
+def report(number, own):
+    """A delivery status notification as a mailer of our days sends it, with the message that came back, about a message
+    of the mail system or about a stranger's."""
+    chance = random.Random(number)
+    mark = f"report-{number}"
+    identifier = f"MV{number:016X}" if own else f"{number:016x}@far.example"
+    back = small_mail(number)
+    return (
+        f"Date: Fri, 20 Nov 2026 10:{number % 60:02}:15 +0100\r\n"
+        f"From: MAILER-DAEMON@relay{number % 7}.example.net (Mail Delivery System)\r\n"
+        f"To: {SENDER}\r\nSubject: Undelivered Mail Returned to Sender\r\nMessage-ID: {message_id(chance)}\r\n"
+        f"Auto-Submitted: auto-replied\r\nMIME-Version: 1.0\r\n"
+        f"Content-Type: multipart/report; report-type=delivery-status;\r\n\tboundary=\"{mark}\"\r\n\r\n"
+        f"This is a MIME-encapsulated message.\r\n\r\n--{mark}\r\nContent-Description: Notification\r\n"
+        f"Content-Type: text/plain; charset=us-ascii\r\n\r\n" +
+        "".join(line + "\r\n" for line in text_lines(chance, 12)) +
+        f"\r\n--{mark}\r\nContent-Description: Delivery report\r\nContent-Type: message/delivery-status\r\n\r\n"
+        f"Reporting-MTA: dns; relay{number % 7}.example.net\r\nOriginal-Envelope-Id: {identifier}\r\n"
+        f"Arrival-Date: Fri, 20 Nov 2026 09:{number % 60:02}:15 +0100 (CET)\r\n\r\n"
+        f"Original-Recipient: rfc822;cc{number}@host{number % 100}.example.org\r\n"
+        f"Final-Recipient: rfc822; cc{number}@host{number % 100}.example.org\r\nAction: failed\r\nStatus: 5.1.1\r\n"
+        f"Remote-MTA: dns; mail.host{number % 100}.example.org\r\n"
+        f"Diagnostic-Code: smtp; 550 5.1.1 <cc{number}@host{number % 100}.example.org>: Recipient address rejected:\r\n"
+        f"    User unknown in local recipient table\r\n\r\n"
+        f"--{mark}\r\nContent-Description: Undelivered Message\r\nContent-Type: message/rfc822\r\n\r\n"
+    ).encode() + back + f"\r\n--{mark}--\r\n".encode()
+
+
 def dot_stuffed(piece):
     return piece.replace(b"\r\n.", b"\r\n..")
 
@@ -145,11 +173,17 @@ def small_mails(count):
     return ([small_mail(number)] for number in range(count))
 
 
+def reports(count, own):
+    return ([report(number, own)] for number in range(count))
+
+
 KINDS = {
     "small": small_mails,
     "plain": lambda size: [plain_mail(size)],
     "uuencoded": lambda size: [uuencoded_mail(size)],
     "addresses": lambda count: [addresses_mail(count)],
+    "reports": lambda count: reports(count, own=True),
+    "strange-reports": lambda count: reports(count, own=False),
 }
 
 if __name__ == "__main__":
