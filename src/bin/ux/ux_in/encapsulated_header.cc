@@ -1,6 +1,7 @@
 // Headers of messages inside messages: see encapsulated_header.h.
 #include "ux_in/encapsulated_header.h"
 
+#include <algorithm>
 #include <utility>
 
 #include "mim/encoded_words.h"
@@ -119,12 +120,20 @@ private:
     const bool mime_version_seen_;
 };
 
+// The subject without encoded words, in the set of mail; as it was when that set lacks some of its characters, which
+// would be question marks there.
+std::string decoded_subject(std::string_view subject) {
+    std::string decoded = mim_DecodeMimeCharStr(subject, ux_charsets().FromCharSet);
+    const bool complete = std::ranges::count(decoded, '?') == std::ranges::count(mim_DecodeMimeCharStr(subject), '?');
+    return complete ? decoded : std::string(subject);
+}
+
 // RFC 1154 systems show one line: the continuation lines are read, and left.
 std::string EncapsulatedFields::take_subject() {
     const std::string joined = in_.space_joined();
     if (!kind_.first_line_subject) return ux_InBuildMimeSubject(joined);
     if (!mime_version_seen_) return ux_InBuildMimeSubject(in_.value());
-    return ux_InBuildMimeSubject(mim_DecodeMimeCharStr(in_.value(), ux_charsets().FromCharSet));
+    return ux_InBuildMimeSubject(decoded_subject(in_.value()));
 }
 
 // Of the receipts, marks and dispositions that a message's own header has, nothing is acted upon inside another.
