@@ -56,6 +56,51 @@ QUIT
 EIGHT_BIT = "MAIL FROM:<f@example.com>\nRCPT TO:<g@example.org>\nRCPT TO:<Grüße@example.org>\nDATA\n".encode() + \
     "Subject: naïve\nX-Empty:\nDate: Sat, 21 Nov 2026 10:00:00 +0100\n\nÄÖÜ\n.\n\n.\n.\r\r\nQUIT \t\n".encode()
 
+# Messages inside messages: MIME, with a list part, and RFC 1154, with every kind of part.
+INSIDE = b"""\
+MAIL FROM:<h@example.com>
+RCPT TO:<i@example.org>
+DATA
+Content-Type: multipart/digest; boundary=b
+
+--b
+
+Subject: one
+Content-Type: message/rfc822
+
+From: j@example.org
+ (folded)
+
+..text
+--b
+Content-Type: application/x-ploxen-distlist
+
+To: k@example.org,
+ l@example.org
+--b--
+.
+MAIL FROM:<m@example.com>
+RCPT TO:<n@example.org>
+DATA
+Encoding: 1 hex, 3 uuencode (x),
+ 5 message, text
+
+4142
+
+begin 644 x
+#86)C
+end
+
+Encoding: 1 text, 1 text
+
+a
+
+b
+rest
+.
+QUIT
+"""
+
 
 def run_cuts(dialogue, cuts):
     """Runs the dialogue cut at each of these offsets, in one home."""
@@ -96,6 +141,13 @@ def many_mails():
     return b"".join(out) + b"QUIT\r\n"
 
 
+def deep_mail():
+    mime = b"Content-Type: message/rfc822\n\n" * 3000
+    rfc1154 = b"Encoding: message, 1 text\n\n" * 3000
+    envelope = b"MAIL FROM:<s@example.com>\nRCPT TO:<r@example.org>\nDATA\n"
+    return envelope + mime + b"\nbody\n.\n" + envelope + rfc1154 + b"\nbody\n.\nQUIT\n"
+
+
 def large_mail():
     line = b"M" + bytes(range(0x21, 0x5D)) + b"\n"
     body = b"text before\nbegin 600 large.bin\n" + line * 30000 + b"`\nend\ntext after\n" * 1000
@@ -115,5 +167,7 @@ def tests():
     yield "cut off: one mail, at every byte", at_every_byte(ONE_MAIL)
     yield "cut off: two mails with errors, at every byte", at_every_byte(TWO_MAILS)
     yield "cut off: 8-bit and odd line ends, at every byte", at_every_byte(EIGHT_BIT)
+    yield "cut off: messages inside messages, at every byte", at_every_byte(INSIDE)
     yield "cut off: forty mails, at 60 places", at_samples(many_mails, 60, 1)
     yield "cut off: one large mail, at 40 places", at_samples(large_mail, 40, 2)
+    yield "cut off: messages 3,000 deep, at 20 places", at_samples(deep_mail, 20, 3)
