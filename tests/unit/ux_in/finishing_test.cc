@@ -206,4 +206,13 @@ TEST_F(Finishing, TheHeaderItemIsDeleted) {
     ux_InTidyHeader(gone);  // somebody else was faster
 }
 
+TEST(ListFile, BeginsWithItsHeaderAndCountsOfNothing) {
+    for (const bool ROCWanted : {true, false}) {
+        tf_File DLHandle = ux::create_list_file(ROCWanted);
+        EXPECT_EQ(shown(DLHandle),
+                  (Lines{std::string("1100 class 2 type 1000 flags ") + (ROCWanted ? "1024" : "0") + " hops 0",
+                         "20010 flags 0 total 0 0 0 0 0 0 0"}));
+    }
+}
+
 }  // namespace

@@ -229,4 +229,19 @@ TEST_F(LinesTest, InputThatComesByteByByte) {
     ::close(ends[0]);
 }
 
+TEST(StripCrNl, Rows) {
+    const struct {
+        std::string_view text, stripped, why;
+    } rows[] = {
+        {"a\r\n", "a", "CR LF"},
+        {"a\n", "a", "LF alone"},
+        {"a", "a", "nothing to cut"},
+        {"a\rb\r\n", "a", "the first CR, wherever it stands"},
+        {"a\nb\rc", "a\nb", "a CR goes before a LF that stands ahead of it"},
+        {"\n", "", "a blank line"},
+        {"", "", "an empty text"},
+    };
+    for (const auto& row : rows) EXPECT_EQ(StripCrNl(row.text), row.stripped) << row.why;
+}
+
 }  // namespace

@@ -323,4 +323,16 @@ TEST_F(Uudecode, EndOfInputEscapesAndLeavesNothing) {
     }
 }
 
+TEST_F(Uudecode, FullLinesByNumber) {
+    const std::string line = encode_line(std::string(45, 'q')) + "\n";
+    const MessageText input(line + line + line + "#86)C\n.\n");
+    im_Item item = im_CrNewDataItem();
+    ux_Input().peek();
+    EXPECT_EQ(ux::append_full_uu_lines(ux_Input(), item, 0), 0U);
+    EXPECT_EQ(ux::append_full_uu_lines(ux_Input(), item, 2), 2U);
+    EXPECT_EQ(item.size(), 90U);
+    EXPECT_EQ(ux::append_full_uu_lines(ux_Input(), item, 9), 1U) << "what is no full line stays";
+    EXPECT_EQ(ux_InReadMailText().text, "#86)C");
+}
+
 }  // namespace
