@@ -21,8 +21,8 @@
 #include "ux_in/addresses.h"
 #include "ux_in/recipients.h"
 #include "ux_mimein/mail_input.h"
-#include "ux_mimein/submessage_header.h"
 #include "ux_mimein/subjects.h"
+#include "ux_mimein/submessage_header.h"
 #include "ux_uuin/submessage_header.h"
 
 namespace {

@@ -53,7 +53,8 @@ void SubMessage::read_header() {
     ux::EncapsulatedHeader header = ux_MimInProcessSubMsgHdr({.TfHandle = conversion_.TfHandle,
                                                               .MsgHandle = conversion_.MsgHandle,
                                                               .GenObjFiles = conversion_.GenObjFiles,
-                                                              .pContentHdrRef = entity_.pContentHdrRef});
+                                                              .pContentHdrRef = entity_.pContentHdrRef,
+                                                              .encoding_limit = 0});  // MIME has no such list
     if (header.pEndOfMsg) conversion_.pbEndOfMsg = true;
     subject_ = std::move(header.pRfc2047subjectD);
     body_.pRfc2047subject = subject_;

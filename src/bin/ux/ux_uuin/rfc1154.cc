@@ -1,6 +1,7 @@
 // RFC 1154 bodies: see rfc1154.h. Messages inside messages are a stack of levels, not of calls.
 #include "ux_uuin/rfc1154.h"
 
+#include <algorithm>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -25,6 +26,10 @@ constexpr int kMethodUnknown = 1528;
 constexpr int kPartNotDecoded = 1531;
 constexpr int kFailureNotice = 1543;
 constexpr int kSharedWarning = 24071;
+
+// Of an encapsulated message's list. Continuation lines repeat its first line, so that a list can be far longer than
+// the header that it comes from; more than this is no message's list.
+constexpr std::size_t kInnerListLimit = std::size_t{16} << 10;
 
 // The entries of one message that have not been taken.
 class Entries {
@@ -129,10 +134,11 @@ void Rfc1154Body::after_part(bool decoded) {
 // What the lists of all open messages hold together is bounded; lines of a list that would go beyond it are left out,
 // and a message whose list is left out altogether is text, as one without a list is.
 void Rfc1154Body::enter(std::int32_t NumLines) {
-    ux::EncapsulatedHeader header = ux_UUInProcessSubMsgHdr({.TfHandle = content_.TfHandle,
-                                                             .MsgHandle = content_.MsgHandle,
-                                                             .GenObjFiles = content_.GenObjFiles,
-                                                             .encoding_limit = kEncodingListLimit - held_});
+    ux::EncapsulatedHeader header =
+        ux_UUInProcessSubMsgHdr({.TfHandle = content_.TfHandle,
+                                 .MsgHandle = content_.MsgHandle,
+                                 .GenObjFiles = content_.GenObjFiles,
+                                 .encoding_limit = std::min(kInnerListLimit, kEncodingListLimit - held_)});
     content_.pEndOfMsg = header.pEndOfMsg;
     std::string list;
     if (header.pEndOfMsg)
