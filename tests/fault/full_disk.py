@@ -24,6 +24,11 @@ MAILS = {
     "large": b"Subject: large\n" + b"X-Filler: 0123456789\n" * 300 + b"\n" + b"0123456789abcde\n" * 5000,
     "items": b"Subject: items\n\nbefore\n" + ITEM + b"between\n" + ITEM + b"after\n",
     "report": REPORT,
+    "forwarded": b"Content-Type: multipart/digest; boundary=b\n\n--b\n\n"
+                 b"Subject: one\nContent-Type: message/rfc822\n\nTo: a@example.org\n\n" + b"0123456789abcde\n" * 500 +
+                 b"--b\nContent-Type: application/x-ploxen-distlist\n\nTo: b@example.org\n--b--\n",
+    "RFC 1154": b"Encoding: 1 hex, message\n\n4142\n\nSubject: inner\nEncoding: 403 uuencode, message, text\n\n" + ITEM +
+                b"Subject: innermost\nEncoding: 1 text\n\ntext\nrest\n",
 }
 
 
