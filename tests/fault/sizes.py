@@ -202,6 +202,91 @@ def list_tests():
     yield "20,000 recipients and a To field in one line", many_recipients(", ")
 
 
+# ---- Messages inside messages, and RFC 1154 bodies
+
+DEEPEST = 10000
+START_OF_PACKAGE, LIST_TO = 30100, 22100
+
+
+def messages_inside(field, count):
+    """Messages inside each other: as many packages as are taken apart, the rest is one part."""
+    def test():
+        inner = field + b"\n\n"
+        last = b"Subject: last\n\nbody\n"
+        with Home() as home:
+            yield from send_text(home, [inner, *blocks_of(inner, count - 1), last], memory=MEMORY)
+            packages = sum(list_entries(home, START_OF_PACKAGE))
+            if packages != min(count, DEEPEST):
+                yield f"{packages} packages"
+            (mail,) = queued_mails(home)
+            kept = inner * (count - DEEPEST - 1) + last if count > DEEPEST else b"body\n"
+            if mail.parts[-1] != kept:
+                yield f"the last part has {len(mail.parts[-1])} bytes, {mail.parts[-1][:50]!r}"
+    return test
+
+
+def blocks_of(piece, count):
+    while count > 0:
+        take = min(count, BLOCK // len(piece))
+        yield piece * take
+        count -= take
+
+
+def encapsulated_header(field):
+    """A message inside whose header has 50 MB."""
+    def test():
+        with Home() as home:
+            filler = fifty_blocks(b"X-Filler: 0123456789 0123456789\n")
+            yield from send_text(home, [field + b"\n\nSubject: a\n", *filler, b"To: a@b.example\n\nbody\n"], memory=MEMORY)
+            (mail,) = queued_mails(home)
+            if mail.parts[-1] != b"body\n" or sum(list_entries(home, LIST_TO)) != 1:
+                yield f"parts {[part[:50] for part in mail.parts]!r}"
+    return test
+
+
+def part_of(field, pieces, wanted):
+    """An RFC 1154 body of one large part."""
+    def test():
+        with Home() as home:
+            yield from send_text(home, [field + b"\n\n", *pieces()], memory=MEMORY)
+            (mail,) = queued_mails(home)
+            if b"".join(mail.parts) != wanted():
+                yield f"stored {[len(part) for part in mail.parts]} bytes"
+    return test
+
+
+def list_part(separator):
+    def test():
+        entries = separator.join(b"first.last%d@example.org" % n for n in range(100_000))
+        with Home() as home:
+            field = b"Content-Type: application/x-ploxen-distlist\n\nTo: "
+            yield from send_text(home, [field, entries, b"\n"], memory=MEMORY)
+            listed = sum(list_entries(home, LIST_TO))
+            if listed != 100_000:
+                yield f"{listed} list entries"
+    return test
+
+
+def inside_tests():
+    for name, field in (("MIME", b"Content-Type: message/rfc822"), ("RFC 1154", b"Encoding: message")):
+        for count in (DEEPEST, DEEPEST + 1, 1_000_000):
+            yield f"messages inside messages: {name}, {count} deep", messages_inside(field, count)
+        yield f"messages inside messages: {name}, a header of 50 MB", encapsulated_header(field)
+    digits, uu_line, text_line = b"0123456789" * 7, b"M" + b"5" * 60, b"The quick brown fox jumps over the lazy dog."
+    many, size = BLOCK // 80 * 100, 100 * MEGABYTE
+    yield "RFC 1154: hex of 100 MB", part_of(
+        b"Encoding: hex", lambda: blocks_of(digits + b"\n", many), lambda: bytes.fromhex(digits.decode()) * many)
+    yield "RFC 1154: hex of 100 MB in one line", part_of(
+        b"Encoding: 1 hex", lambda: [*blocks_of(b"01", size // 2), b"\n"], lambda: b"\x01" * (size // 2))
+    yield "RFC 1154: uuencode of 100 MB", part_of(
+        b"Encoding: 999999999 uuencode",
+        lambda: [b"begin 644 x\n", *blocks_of(uu_line + b"\n", many), b"end\n"], lambda: b"UUU" * 15 * many)
+    yield "RFC 1154: text of 50 MB", part_of(
+        b"Encoding: text", lambda: blocks_of(text_line + b"\n", many), lambda: (text_line + b"\n") * many)
+    yield "list part: 100,000 addresses, folded", list_part(b",\n ")
+    yield "list part: 100,000 addresses in one line", list_part(b", ")
+
+
 # ---- Bytes
 
 def byte_everywhere(byte, insert):
@@ -254,4 +339,5 @@ def tests():
     yield from command_tests()
     yield from text_tests()
     yield from list_tests()
+    yield from inside_tests()
     yield from byte_tests()
