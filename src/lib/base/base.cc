@@ -20,6 +20,32 @@ struct base_Detector::Engine {
     uchardet_t handle;
 };
 
+void base_Utf8Watch::feed(std::string_view data) {
+    while (well_formed_) {
+        if (left_ == 0) data.remove_prefix(ccs_ascii_prefix(data));
+        if (data.empty()) return;
+        take(static_cast<unsigned char>(data.front()));
+        data.remove_prefix(1);
+    }
+}
+
+// RFC 3629, section 4.
+void base_Utf8Watch::take(unsigned char byte) {
+    if (left_ > 0) {
+        well_formed_ = byte >= low_ && byte <= high_;
+        low_ = 0x80, high_ = 0xBF;
+        met_ = met_ || (well_formed_ && left_ == 1);
+        --left_;
+        return;
+    }
+    well_formed_ = byte >= 0xC2 && byte <= 0xF4;
+    left_ = byte >= 0xF0 ? 3 : byte >= 0xE0 ? 2 : 1;
+    if (byte == 0xE0) low_ = 0xA0;
+    if (byte == 0xED) high_ = 0x9F;
+    if (byte == 0xF0) low_ = 0x90;
+    if (byte == 0xF4) high_ = 0x8F;
+}
+
 base_Detector::base_Detector() = default;
 base_Detector::~base_Detector() = default;
 
@@ -40,6 +66,7 @@ void base_Detector::start_engine(std::string_view data) {
 
 void base_Detector::feed(std::string_view data) {
     if (data.empty()) return;
+    utf8_.feed(data);
     if (engine_)
         engine_->feed(data);
     else if (!is_plain(data))
@@ -51,6 +78,7 @@ void base_Detector::feed(std::string_view data) {
 std::optional<std::string> base_Detector::result() {
     if (!any_) return std::nullopt;
     if (!engine_) return std::string(kAsciiSet);
+    if (utf8_.is_utf8()) return std::string(kUtf8Set);
     uchardet_data_end(engine_->handle);
     const std::string_view name = uchardet_get_charset(engine_->handle);
     if (name.empty()) return std::nullopt;
@@ -58,6 +86,9 @@ std::optional<std::string> base_Detector::result() {
 }
 
 std::optional<std::string> base_pnDetectAndReport(std::string_view data) {
+    base_Utf8Watch utf8;
+    utf8.feed(data);
+    if (utf8.is_utf8()) return std::string(kUtf8Set);
     base_Detector detector;
     detector.feed(data);
     return detector.result();

@@ -83,6 +83,50 @@ TEST(Detection, ASignatureInTheMiddleIsNone) {
     EXPECT_NE(detector.result(), "UTF-16");
 }
 
+// A few characters that are not ASCII in much text that is.
+TEST(Detection, OfUtf8IsNoGuess) {
+    const std::string english = repeated("We met in a nice place near the station. ");
+    struct Utf8Row {
+        std::string text;
+        bool is_utf8;
+        const char* why;
+    };
+    const Utf8Row rows[] = {
+        {english + "caf\xc3\xa9", true, "two bytes"},
+        {english + "100 \xe2\x82\xac", true, "three"},
+        {english + "\xf0\x9f\x99\x82", true, "four"},
+        {english + "\xc2\x80\xdf\xbf\xe0\xa0\x80\xed\x9f\xbf\xee\x80\x80\xf0\x90\x80\x80\xf4\x8f\xbf\xbf", true,
+         "the ends of every range"},
+        {"caf\xc3\xa9 " + english, true, "at the start"},
+        {"caf\xc3\xa9 " + english + "\xf0\x9f\x99", true, "the last one is cut"},
+        {english + "caf\xc3", false, "nothing but a cut one"},
+        {english + "caf\xe9", false, "Latin-1"},
+        {english + "caf\xc3\xa9, caf\xe9 ", false, "both"},
+        {english + "caf\xc3\xa9, \x80", false, "a byte that begins nothing"},
+        {english + "caf\xc3\xa9, \xc1\xbf", false, "longer than it must be"},
+        {english + "caf\xc3\xa9, \xe0\x9f\xbf", false, "longer than it must be"},
+        {english + "caf\xc3\xa9, \xf0\x8f\xbf\xbf", false, "longer than it must be"},
+        {english + "caf\xc3\xa9, \xed\xa0\x80", false, "half a pair of UTF-16"},
+        {english + "caf\xc3\xa9, \xf4\x90\x80\x80", false, "beyond Unicode"},
+        {english + "caf\xc3\xa9, \xf5\x80\x80\x80", false, "beyond Unicode"},
+        {english + "caf\xc3\xa9, \xe2\x82 x", false, "one that ends early"},
+    };
+    for (const Utf8Row& row : rows) {
+        for (std::size_t cut = row.text.size() - 24; cut < row.text.size(); ++cut) {
+            const std::string_view text = row.text;
+            base_Utf8Watch watch;
+            watch.feed(text.substr(0, cut));
+            watch.feed(text.substr(cut));
+            EXPECT_EQ(watch.is_utf8(), row.is_utf8) << row.why << ", cut at " << cut;
+            base_Detector detector;
+            detector.feed(text.substr(0, cut));
+            detector.feed(text.substr(cut));
+            EXPECT_TRUE(!row.is_utf8 || detector.result() == "UTF8") << row.why << ", cut at " << cut;
+        }
+        EXPECT_TRUE(!row.is_utf8 || base_pnDetectAndReport(row.text) == "UTF8") << row.why;
+    }
+}
+
 std::string by_uchardet(const std::string& text) {
     uchardet_t engine = uchardet_new();
     uchardet_handle_data(engine, text.data(), text.size());
