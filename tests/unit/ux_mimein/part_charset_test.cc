@@ -255,4 +255,122 @@ TEST_F(PartCharset, WhatIsLogged) {
               "11 100.24070 Valid body charset detected= UTF8 , default= IA5");
 }
 
+struct ConversionRow {
+    const char *steering, *type, *text;
+    const char* record;
+    const char* bytes;
+    const char* why;
+};
+
+// What the steering file makes of a part whose label is believed.
+class PartConversion : public PartCharset {
+protected:
+    void check(const ConversionRow& row) {
+        process_.home.write("sys/mimein.str", row.steering);
+        EXPECT_EQ(settled({kUnlabelled, row.type, row.text, "", ""}), row.record) << row.why;
+        EXPECT_EQ(bytes(), row.bytes) << row.why;
+        const std::string size = " " + std::to_string(bytes().size()) + " type[";
+        EXPECT_NE(made_.records[0].find(size), std::string::npos) << row.why << ": the size is that of what came out";
+        EXPECT_EQ(process_.home.files("data").size(), 0U) << row.why << ": everything was taken away";
+    }
+};
+
+TEST_F(PartConversion, ToATargetSet) {
+    const char* const to_latin1 = "[[target]]\nfrom = \"*\"\nto = \"ISO8859_1\"\n";
+    const char* const to_ascii = "[[target]]\nfrom = \"*\"\nto = \"IA5\"\n";
+    const char* const to_utf8 = "[[target]]\nfrom = \"*\"\nto = \"UTF8\"\n";
+    const char* const html_only = "[[target]]\nfrom = \"*\"\ntype = 2133\nto = \"UTF8\"\n";
+    const ConversionRow rows[] = {
+        {to_latin1, "text/plain; charset=utf-8", "gr\xc3\xbcn", "1167 ISO8859_1|text/plain; charset=ISO-8859-1",
+         "gr\xfcn", "Latin-1 is plain text"},
+        {"[[target]]\nfrom = \"UTF8\"\nto = \"ISO8859_15\"\n", "text/plain; charset=utf-8", "\xe2\x82\xac",
+         "1736 ISO8859_15|text/plain; charset=ISO-8859-15", "\xa4", "another set is text in another set"},
+        {to_utf8, "text/html; charset=iso-8859-1", "gr\xfcn", "2133 UTF8|text/html; charset=UTF-8", "gr\xc3\xbcn",
+         "HTML stays HTML"},
+        {to_utf8, "text/plain; charset=iso-8859-15; format=flowed", "\xa4",
+         "1736 UTF8|text/plain; charset=UTF-8; format=flowed", "\xe2\x82\xac", "other parameters stay"},
+        {to_utf8, "text/plain; charset=us-ascii", "a", "1167 IA5|text/plain; charset=us-ascii", "a",
+         "plain ASCII is converted into nothing"},
+        {to_utf8, "text/html; charset=us-ascii", "a", "2133 UTF8|text/html; charset=UTF-8", "a",
+         "but HTML in ASCII is"},
+        {to_utf8, "text/plain; charset=utf-8", "\xc3\xbc", "1736 UTF8|text/plain; charset=utf-8", "\xc3\xbc",
+         "into its own set: no conversion"},
+        {to_ascii, "text/plain; charset=utf-8", "gr\xc3\xbcn", "1167 ISO8859_1|text/plain; charset=ISO-8859-1",
+         "gr\xfcn", "ASCII is raised to Latin-1"},
+        {to_ascii, "text/plain; charset=iso-8859-1", "gr\xfcn", "1167 ISO8859_1|text/plain; charset=iso-8859-1",
+         "gr\xfcn", "which it is already"},
+        {to_latin1, "text/plain; charset=utf-8", "1 \xe2\x82\xac", "1167 ISO8859_1|text/plain; charset=ISO-8859-1",
+         "1 ?", "what the set does not have is replaced"},
+        {to_latin1, "text/plain; charset=utf-8", "gr\xfcn", "1736 UTF8|text/plain; charset=utf-8", "gr\xfcn",
+         "text that is not what it says stays as it is"},
+        {to_latin1, "text/plain; charset=x-none", "gr\xfcn", "1736 x-none|text/plain; charset=x-none", "gr\xfcn",
+         "a set that nobody knows"},
+        {"[[target]]\nfrom = \"*\"\nto = \"X_NONE\"\n", "text/plain; charset=utf-8", "\xc3\xbc",
+         "1736 UTF8|text/plain; charset=utf-8", "\xc3\xbc", "a target that nobody knows"},
+        {html_only, "text/plain; charset=iso-8859-15", "\xa4", "1736 ISO8859_15|text/plain; charset=iso-8859-15",
+         "\xa4", "a rule for another type"},
+        {"[[target]]\nfrom = \"KOI8_R\"\nto = \"UTF8\"\n", "text/plain; charset=iso-8859-15", "\xa4",
+         "1736 ISO8859_15|text/plain; charset=iso-8859-15", "\xa4", "a rule for another set"},
+        {to_utf8, "text/plain; charset=hz-gb-2312", "~{VPND~}", "1736 UTF8|text/plain; charset=UTF-8",
+         "\xe4\xb8\xad\xe6\x96\x87", "HZ is decoded"},
+        {to_utf8, "application/x-y; charset=iso-8859-1", "gr\xfcn", "0 ISO8859_1|application/x-y; charset=iso-8859-1",
+         "gr\xfcn", "what is no text has no target"},
+        {to_utf8, "text/calendar; charset=iso-8859-1", "gr\xfcn", "2191 ISO8859_1|text/calendar; charset=iso-8859-1",
+         "gr\xfcn", "nor has a calendar"},
+    };
+    ux_mime_state().IcalNowAttachment = true;
+    for (const ConversionRow& row : rows) check(row);
+}
+
+TEST_F(PartConversion, ByAConverter) {
+    const char* const upper =
+        "[[convert]]\ntype = 2133\nfrom = \"*\"\nto_type = 1167\nto = \"ISO8859_1\"\nconverter = \"up\"\n"
+        "[converter.up]\ncommand = [\"/usr/bin/tr\", \"a-z\", \"A-Z\"]\n";
+    const char* const fails =
+        "[[convert]]\ntype = 2133\nfrom = \"*\"\nto_type = 1167\nto = \"ISO8859_1\"\nconverter = \"no\"\n"
+        "[[target]]\nfrom = \"*\"\nto = \"UTF8\"\n"
+        "[converter.no]\ncommand = [\"/bin/false\"]\n";
+    const char* const missing =
+        "[[convert]]\ntype = 2133\nfrom = \"*\"\nto_type = 1167\nto = \"UTF8\"\nconverter = \"none\"\n"
+        "[converter.none]\ncommand = [\"/nowhere/none\"]\n";
+    const char* const discard = "[[discard]]\ntype = 2133\nfrom = \"*\"\n";
+    const char* const binary =
+        "[[convert]]\ntype = 0\nfrom = \"*\"\nto_type = 1736\nto = \"UTF8\"\nconverter = \"up\"\n"
+        "[converter.up]\ncommand = [\"/usr/bin/tr\", \"a-z\", \"A-Z\"]\n";
+    const ConversionRow rows[] = {
+        {upper, "text/html; charset=us-ascii", "<b>a</b>", "1167 ISO8859_1|text/html; charset=ISO-8859-1", "<B>A</B>",
+         "its type is as it came, with the new set"},
+        {upper, "text/plain; charset=iso-8859-15", "\xa4", "1736 ISO8859_15|text/plain; charset=iso-8859-15", "\xa4",
+         "a rule for another type"},
+        {fails, "text/html; charset=iso-8859-1", "gr\xfcn", "2133 UTF8|text/html; charset=UTF-8", "gr\xc3\xbcn",
+         "one that fails leaves the part to its target set"},
+        {missing, "text/html; charset=us-ascii", "a", "2133 IA5|text/html; charset=us-ascii", "a",
+         "one that cannot be run leaves the part as it is"},
+        {discard, "text/html; charset=us-ascii", "a", "2133 IA5|text/html; charset=us-ascii", "a",
+         "a MIME part is never thrown away"},
+        {binary, "application/x-y; charset=utf-8", "a", "1736 UTF8|application/x-y; charset=UTF-8", "A",
+         "a part that is no text"},
+        {binary, "application/x-y", "a", "1736 UTF8|application/x-y; charset=UTF-8", "A", "nor had a set"},
+    };
+    for (const ConversionRow& row : rows) check(row);
+}
+
+TEST_F(PartConversion, WithoutASteeringFileNothingIsAsked) {
+    settled({kUnlabelled, "text/plain; charset=utf-8", "gr\xc3\xbcn", "", ""});
+    EXPECT_EQ(bytes(), "gr\xc3\xbcn");
+    process_.home.write("sys/unixin.str", "[[target]]\nfrom = \"*\"\nto = \"ISO8859_1\"\n");
+    settled({kUnlabelled, "text/plain; charset=utf-8", "gr\xc3\xbcn", "", ""});
+    EXPECT_EQ(bytes(), "gr\xfcn") << "that of all text does as well";
+}
+
+TEST_F(PartConversion, TheNewTypeIsBounded) {
+    process_.home.write("sys/mimein.str", "[[target]]\nfrom = \"*\"\nto = \"ISO8859_1\"\n");
+    const std::string type = "text/plain; x=" + std::string(989, 'y') + "; charset=utf-8";
+    const std::string record = settled({kUnlabelled, type.c_str(), "gr\xc3\xbcn", "", ""});
+    EXPECT_EQ(record.size(), std::string("1167 ISO8859_1|").size() + type.size() + 5) << "ISO-8859-1: still whole";
+    const std::string longest = "text/plain; charset=utf-8; x=" + std::string(1000, 'y');
+    const std::string cut = settled({kUnlabelled, longest.c_str(), "gr\xc3\xbcn", "", ""});
+    EXPECT_EQ(cut.size(), std::string("1167 ISO8859_1|").size() + 1023);
+}
+
 }  // namespace
