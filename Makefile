@@ -2,7 +2,7 @@
 #
 #   make demo         installs what is missing, builds, lays down a home in build/home, converts the sample mail
 #                     and shows the native message
-#   make check        installs what is missing, builds, runs the unit, dialogue and corpus tests
+#   make check        installs what is missing, builds, runs the unit, dialogue, tool, model and corpus tests
 #   make check-hard   the same under sanitizers, fault injection, real agents, a minute of each fuzzer
 #   make build | bench | fuzz | format | lint | install | clean
 
