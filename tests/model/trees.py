@@ -98,6 +98,7 @@ class Header:
     subtype: str = None  # of a multipart
     without_parameters: bool = False
     boundary: bytes = b""
+    subject: bytes = b""  # that a multipart gives its parts
     name: object = b""   # file name in its record, or the text that it must decode to
     is_page: bool = False  # the name says HTML
     kind: str = ""       # type of a leaf
@@ -152,9 +153,11 @@ class Writer:
         self.events = []
         self.ended = False     # what follows is text of something that began before
         self.as_text = 0       # open multiparts that are kept whole
+        self.kept_in = b""     # boundary line behind what is kept whole
         self.swallows = None   # (content event, where its body begins, the leaf's header): it takes all that follows
         self.refused = False
         self.numbers = 0
+        self.has_bare = False  # a multipart has no boundary: in another one, its lines would be the other's, too
         self.deep = self.rarely(0.01)
         self.budget = 150 if self.deep else self.pick((1, 3, 6, 12, 40))
         self.ends = self.pick(((b"\n",), (b"\r\n",), (b"\n", b"\r\n"), (b"\n", b"\r\n", b"\r\r\n")))
@@ -207,7 +210,7 @@ class Writer:
             self.write_header(header)
             self.line()
             if is_multipart:
-                self.top_multipart(header)
+                self.multipart(header, None)
             else:
                 self.leaf(header, None)
         except TextEnds:
@@ -223,11 +226,6 @@ class Writer:
     def describe_nothing(self, header):
         header.kind, header.encoding = "x/x", ""
         header.code = BINARY
-
-    def top_multipart(self, header):
-        if self.setup.max_depth == 0:
-            return self.kept_whole(header, None)
-        return self.multipart(header, None)
 
     def stuffed(self):
         """Lines that begin with a dot get another; those that cannot be mistaken for anything may go without."""
@@ -286,9 +284,10 @@ class Writer:
 
     # ---- Multiparts
 
-    def new_boundary(self, parent):
+    def new_boundary(self):
         """The parameter and the text of a boundary."""
-        if self.rarely(0.01) and (parent is None or parent.marker != b"--"):
+        if self.rarely(0.01) and not self.has_bare:
+            self.has_bare = True
             return [], b""
         length = self.pick((1, 5, 30, 54, 55, 56, 200, 600)) if self.rarely(0.3) else 12
         quoted = self.rarely(0.6)
@@ -298,26 +297,38 @@ class Writer:
 
     def describe_multipart(self, header, parent):
         header.subtype = self.pick(SUBTYPES)
-        parameters, header.boundary = self.new_boundary(parent)
+        parameters, header.boundary = self.new_boundary()
         takes_apart = parent is not None and parent.depth < self.setup.max_depth
         if takes_apart and self.counts and self.rarely(0.002):
             header.boundary = parent.marker[2:]
             parameters = [b'boundary="%s";' % header.boundary]
         if self.rarely(0.15):
-            header.name = b"name %d" % self.number()
+            header.name = header.subject = b"name %d" % self.number()
             parameters.append(b'name="%s";' % header.name)
         if self.rarely(0.2) or not parameters:
             parameters.append(self.pick((b"type=text/html;", b'start="<a@b>";', b"x=;")))
         if header.subtype == "report" and self.rarely(0.5):
             parameters.append(b"report-type=x-unheard-of;")
         self.chance.shuffle(parameters)
+        if b"x=;" in parameters[:-1]:
+            self.swallow_parameter(header, parameters)
         parameters[-1] = parameters[-1][:-1]
         kind = self.any_case(b"multipart") + self.pick((b"/", b"/", b" / ")) + header.subtype.encode()
         header.content_type = self.add(header, b"Content-Type", [kind + self.pick((b";", b";", b" ;")), *parameters])
 
+    def swallow_parameter(self, header, parameters):
+        """A value that is empty takes the next parameter for its own, for whoever takes the multipart apart."""
+        taken = parameters[parameters.index(b"x=;") + 1]
+        if taken.startswith(b"boundary=") and self.has_bare:
+            parameters.remove(b"x=;")
+        elif taken.startswith(b"boundary="):
+            header.boundary, self.has_bare = b"", True
+        elif taken.startswith(b"name="):
+            header.subject = b""
+
     def multipart(self, header, parent):
         """Everything behind the header of a multipart that is taken apart, but its epilogue's end."""
-        subject = header.name or (parent.subject if parent else b"message")
+        subject = header.subject or (parent.subject if parent else b"message")
         kind = header.subtype.lower()
         level = Level(b"--" + header.boundary, subject, parent.depth + 1 if parent else 1, kind == "alternative",
                       kind == "digest")
@@ -446,10 +457,12 @@ class Writer:
         labels = {"type": BINARY, "pContentCharset": b"", "pMIMEContentType": header.content_type}
         event = self.note_leaf(header, level, labels)
         begin, whole = len(self.out), False
+        if not self.as_text:
+            self.kept_in = level.marker
         self.as_text += 1
         try:
             self.multipart(header, level)
-            whole = level is not None
+            whole = True
         finally:
             self.as_text -= 1
             content = b"".join(self.out[begin:])
@@ -564,7 +577,7 @@ class Writer:
         text = header.is_text
         octets = self.octets(header)
         body, end = self.body(header, octets, text)
-        if level is not None and self.holds_marker(body, level.marker):
+        if level is not None and (self.holds_marker(body, level.marker) or self.as_text and self.holds_marker(body, self.kept_in)):
             octets = b""
             body, end = self.body(header, octets, text)
         event = self.note_leaf(header, level, self.labels(header, octets))
