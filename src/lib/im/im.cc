@@ -383,6 +383,18 @@ void im_Item::place() {
     fd_.close_checked();
 }
 
+void im_Item::set_aside() {
+    if (used_ > kKeptAside) place();
+    if (room_ == used_) return;
+    std::unique_ptr<char[]> rest;
+    if (used_ != 0) {
+        er_Translate([&] { rest = std::make_unique_for_overwrite<char[]>(used_); });
+        std::memcpy(rest.get(), buffer_.get(), used_);
+    }
+    buffer_ = std::move(rest);
+    room_ = used_;
+}
+
 std::string im_Item::path() {
     place();
     return im_ItemRef2FName(ref_);

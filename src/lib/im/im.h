@@ -30,6 +30,8 @@
 
 inline constexpr std::size_t kKeptInMemory = std::size_t{128} << 10;  // an item of so many bytes needs no file
 
+inline constexpr std::size_t kKeptAside = 512;  // of an item that was set aside
+
 enum class im_Domain : std::uint16_t { data = 1, temporary = 4 };
 
 // Reference to an item. All zero: no item.
@@ -97,7 +99,10 @@ public:
 
     // Makes it a file with everything written, and closes its descriptor. Writing may go on afterwards.
     void place();
-    std::string path();            // places it and names it
+    std::string path();  // places it and names it
+    // Gives back the memory that it can do without, for an item that will not be written for long: up to
+    // kKeptAside bytes stay in memory, more go to its file.
+    void set_aside();
     void keep() { kept_ = true; }  // the destructor leaves the file alone from now on
     void unlink() noexcept;        // deletes it now, kept or not; the handle is empty afterwards
 

@@ -225,6 +225,23 @@ TEST_F(Im, PlacingMakesAFileAndWritingGoesOn) {
     EXPECT_EQ(files().size(), 1U);
 }
 
+TEST_F(Im, SetAsideItKeepsItsBytesAndCanBeWritten) {
+    for (const std::size_t size : {std::size_t{0}, std::size_t{1}, kKeptAside, kKeptAside + 1, kKeptInMemory + 1}) {
+        im_Item item = im_CrNewDataItem();
+        const std::string text = pattern(size);
+        item.write(text);
+        item.set_aside();
+        item.set_aside();
+        EXPECT_EQ(files().size(), size > kKeptAside ? 1U : 0U) << size;
+        EXPECT_EQ(content(item), text) << size;
+        item.write("more");
+        item.write('!');
+        EXPECT_EQ(content(item), text + "more!") << size;
+        item.truncate(size);
+        EXPECT_EQ(home_.read_path(item.path()), text) << size;
+    }
+}
+
 TEST_F(Im, ReadingAndViewingAcrossTheBorder) {
     im_Item item = im_CrNewDataItem();
     const std::string text = pattern(kKeptInMemory + 1000);
