@@ -2,10 +2,12 @@
 // connects to a socket), says a dialogue to it and measures from before the start to after the end.
 //
 //   agent [--input FILE|-] [--runs N] [--lockstep] [--peak] -- PROGRAM [ARGUMENT...]
+//   agent [--stdin FILE] [--runs N] -- PROGRAM [ARGUMENT...]
 //   agent --input FILE --lockstep --connect SOCKET
 //
 //   --input      the dialogue; without it the standard input is empty. "-" is our own standard input, for one run
-//   --runs       how often; "{run}" in an argument is the number of the run, from 0
+//   --stdin      no dialogue: the program's standard input is this file
+//   --runs       how often; "{run}" in an argument, or in the name for --stdin, is the number of the run, from 0
 //   --lockstep   every reply is awaited before the next command, as agents do that do not pipeline. Without it the
 //                dialogue is written as fast as it is taken
 //   --peak       asks for the program's peak memory after each message; only with --lockstep
@@ -51,6 +53,7 @@ constexpr std::string_view kEndOfText = "\r\n.\r\n";
 
 struct Options {
     const char* input = nullptr;
+    const char* standard_input = nullptr;
     const char* socket = nullptr;
     int runs = 1;
     bool lockstep = false;
@@ -190,14 +193,16 @@ struct Line {
     }
 };
 
-Line start_program(const std::vector<std::string>& command, int run) {
-    std::vector<std::string> words = command;
+std::string for_run(std::string word, int run) {
+    if (const std::size_t at = word.find("{run}"); at != std::string::npos) word.replace(at, 5, std::to_string(run));
+    return word;
+}
+
+Line start_program(const Options& options, int run) {
+    std::vector<std::string> words;
+    for (const std::string& word : options.command) words.push_back(for_run(word, run));
     std::vector<char*> arguments;
-    for (std::string& word : words) {
-        if (const std::size_t at = word.find("{run}"); at != std::string::npos)
-            word.replace(at, 5, std::to_string(run));
-        arguments.push_back(word.data());
-    }
+    for (std::string& word : words) arguments.push_back(word.data());
     arguments.push_back(nullptr);
 
     int input[2], output[2];
@@ -205,7 +210,11 @@ Line start_program(const std::vector<std::string>& command, int run) {
     ::fcntl(output[0], F_SETPIPE_SZ, kReplyPipe);
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_adddup2(&actions, input[0], STDIN_FILENO);
+    const std::string file = options.standard_input == nullptr ? "" : for_run(options.standard_input, run);
+    if (file.empty())
+        posix_spawn_file_actions_adddup2(&actions, input[0], STDIN_FILENO);
+    else
+        posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, file.c_str(), O_RDONLY, 0);
     posix_spawn_file_actions_adddup2(&actions, output[1], STDOUT_FILENO);
     Line line{input[1], output[0], -1};
     errno = ::posix_spawn(&line.process, arguments[0], &actions, nullptr, arguments.data(), environ);
@@ -303,7 +312,7 @@ struct Outcome {
 Outcome measure(const Options& options, Dialogue* dialogue, int run) {
     Outcome outcome;
     const auto start = std::chrono::steady_clock::now();
-    Line line = options.socket != nullptr ? connect_to(options.socket) : start_program(options.command, run);
+    Line line = options.socket != nullptr ? connect_to(options.socket) : start_program(options, run);
     if (dialogue != nullptr) {
         if (options.lockstep)
             outcome.peak_kib = converse(line, *dialogue, outcome.replies, options.peak);
@@ -336,6 +345,8 @@ Options read_options(int argc, char** argv) {
         if (word == "--") break;
         if (word == "--input")
             options.input = value();
+        else if (word == "--stdin")
+            options.standard_input = value();
         else if (word == "--runs")
             options.runs = std::atoi(value());
         else if (word == "--connect")

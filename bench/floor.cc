@@ -2,11 +2,12 @@
 // files of the same sizes into the same folders, and does nothing else: no header is understood, no record is made.
 // What a gateway takes longer than this is what its work costs.
 //
-//   floor [--sync] MAIN LIST MESSAGE ENTRY AUDIT      with $MORVANE_HOME
+//   floor [--sync] [--parts COUNT SIZE] MAIN LIST MESSAGE ENTRY AUDIT      with $MORVANE_HOME
 //
 // The arguments are the sizes in bytes of what stands beside the body: the two transfer files, the message file, the
 // queue entry and the line of the audit trail. The body has the size that it has: lines with LF line ends, leading dots
-// taken off, uuencoded items decoded. --sync makes each message durable before its reply: syncfs(2) for the files,
+// taken off, uuencoded items decoded. With --parts the text is only read, to its end, and COUNT files of SIZE bytes
+// stand for what MIME bodies decode to. --sync makes each message durable before its reply: syncfs(2) for the files,
 // fsync(2) for the queue folder.
 #include <fcntl.h>
 #include <unistd.h>
@@ -58,7 +59,32 @@ public:
         }
     }
 
+    // All lines up to the one that is a dot alone, which is found by its dot: most text has few.
+    void skip_text() {
+        std::string_view line;
+        if (!next(line) || line == ".") return;
+        --begin_;  // the line feed that a line with the dot stands behind
+        for (std::size_t searched = begin_;;) {
+            const void* found = std::memchr(buffer_.get() + searched, '.', end_ - searched);
+            const std::size_t dot = found == nullptr ? end_ : static_cast<const char*>(found) - buffer_.get();
+            if (dot + 2 >= end_) {
+                begin_ = dot - 1;  // the dot, if this is one, needs the line feed before it and what follows it
+                if (!fill()) return;
+                searched = 1;
+            } else if (ends_text(dot)) {
+                begin_ = dot + 3;
+                return;
+            } else {
+                searched = dot + 1;
+            }
+        }
+    }
+
 private:
+    bool ends_text(std::size_t dot) const {
+        return buffer_[dot - 1] == '\n' && buffer_[dot + 1] == '\r' && buffer_[dot + 2] == '\n';
+    }
+
     bool fill() {
         std::memmove(buffer_.get(), buffer_.get() + begin_, end_ - begin_);
         end_ -= begin_;
@@ -107,6 +133,7 @@ private:
 };
 
 struct Sizes {
+    std::size_t parts = 0, part = 0;  // none: the body is taken as it is
     std::size_t main = 0, list = 0, message = 0, entry = 0, audit = 0;
 };
 
@@ -126,6 +153,10 @@ public:
                       static_cast<unsigned>(running >> 4 & 0xFF), static_cast<unsigned long long>(running),
                       static_cast<unsigned>(running >> 4 & 0xFF), extension);
         return path_ + name.data();
+    }
+
+    void write_parts() {
+        for (std::size_t part = 0; part < sizes_.parts; ++part) fill_file(new_item("item"), sizes_.part);
     }
 
     void write_rest() {
@@ -214,20 +245,37 @@ std::size_t number(const char* text) { return static_cast<std::size_t>(std::strt
 }  // namespace
 
 int main(int argc, char** argv) {
-    const bool sync = argc > 1 && std::string_view(argv[1]) == "--sync";
-    char** const sizes = argv + 1 + (sync ? 1 : 0);
+    char** word = argv + 1;
+    char** const end = argv + argc;
+    const bool sync = word != end && std::string_view(*word) == "--sync";
+    if (sync) ++word;
+    const bool parts = end - word > 2 && std::string_view(*word) == "--parts";
+    Sizes sizes;
+    if (parts) {
+        sizes.parts = number(word[1]);
+        sizes.part = number(word[2]);
+        word += 3;
+    }
     const char* path = std::getenv("MORVANE_HOME");
-    if (path == nullptr || argc != (sync ? 7 : 6)) {
-        std::fputs("usage: MORVANE_HOME=DIR floor [--sync] MAIN LIST MESSAGE ENTRY AUDIT\n", stderr);
+    if (path == nullptr || end - word != 5) {
+        std::fputs("usage: MORVANE_HOME=DIR floor [--sync] [--parts COUNT SIZE] MAIN LIST MESSAGE ENTRY AUDIT\n",
+                   stderr);
         return 2;
     }
-    Home home(path, {number(sizes[0]), number(sizes[1]), number(sizes[2]), number(sizes[3]), number(sizes[4])}, sync);
+    for (std::size_t* const size : {&sizes.main, &sizes.list, &sizes.message, &sizes.entry, &sizes.audit})
+        *size = number(*word++);
+    Home home(path, sizes, sync);
     Lines lines;
     write_all(STDOUT_FILENO, "220 floor ready\n");
     for (std::string_view line; lines.next(line);) {
         if (line == "DATA") {
             write_all(STDOUT_FILENO, "354 go on\n");
-            take_text(lines, home);
+            if (parts) {
+                lines.skip_text();
+                home.write_parts();
+            } else {
+                take_text(lines, home);
+            }
             home.write_rest();
         }
         if (line == "QUIT") break;

@@ -2,13 +2,17 @@
 """The mail of the benchmarks. The same call gives the same bytes.
 
     generate.py small COUNT | plain BYTES | uuencoded BYTES | addresses COUNT | reports COUNT | strange-reports COUNT
+    generate.py base64 BYTES | quoted BYTES | alternatives COUNT | parts COUNT | nested DEPTH
 
 writes a whole dialogue, HELO to QUIT, to standard output: COUNT small mails, one mail with a body of BYTES, or one
-with COUNT addresses in its To field. Bodies are written in blocks, so BYTES may be larger than memory.
+with COUNT addresses in its To field; in MIME: one mail with an attachment or a text that BYTES are sent for, COUNT
+mails with the same text plain and as HTML, one mail with COUNT attachments, or with one attachment inside DEPTH
+multiparts. Bodies are written in blocks, so BYTES may be larger than memory.
 """
 
 import base64
 import binascii
+import html
 import random
 import sys
 
@@ -22,8 +26,13 @@ back little only round man year came show every good me give our under""".split(
 FIRST_NAMES = "Anna Boris Clara David Elena Frank Greta Henri Ingrid Jonas Karin Lukas Marta Niels Olga Paul".split()
 LAST_NAMES = "Lind Bauer Costa Dubois Eriksen Ferrari Gruber Horvat Ivanov Jensen Keller Larsen Moreau Novak Olsen".split()
 
+GERMAN = """der die das und über für können müssen wäre größer schön heißt Straße grüßen nächste später Länder Wörter
+möglich während natürlich früher Tür Öl Übung Ärger ist nicht mit auf ein eine wir haben werden sein Zeit Jahr Tag Haus
+Brief Antwort Anfrage Termin gerne bitte vielen Dank freundlichen""".split()
+
 PLAIN_LINE = 76
 UU_LINE = 45
+BASE64_LINE = 57  # bytes in a line of 76 characters
 BLOCK_LINES = 8192  # a large body is this many lines again and again
 
 
@@ -57,8 +66,8 @@ def message_id(chance):
     return f"<{chance.getrandbits(48):012x}.{chance.getrandbits(64):016x}@sender.example>"
 
 
-def header(number, chance, to=f"Userzero <{RECIPIENT}>"):
-    """The fields that a mail of our days has when it has come over two relays: fourteen."""
+def header(number, chance, to=f"Userzero <{RECIPIENT}>", content=""):
+    """The fields that a mail of our days has when it has come over two relays: fourteen, and those of `content`."""
     first, last = chance.choice(FIRST_NAMES), chance.choice(LAST_NAMES)
     answered, earlier = message_id(chance), message_id(chance)
     return (
@@ -74,7 +83,7 @@ def header(number, chance, to=f"Userzero <{RECIPIENT}>"):
         f"User-Agent: Benchmark/1.0 (X11; Linux x86_64)\r\n"
         f"Organization: {last} and {first} Ltd\r\n"
         f"X-Spam-Status: No, score={number % 50 / 10:.1f} required=5.0\r\n"
-        f"\r\n"
+        f"{content}\r\n"
     ).encode()
 
 
@@ -154,6 +163,103 @@ def report(number, own):
     ).encode() + back + f"\r\n--{mark}--\r\n".encode()
 
 
+# ---- MIME
+
+def mime(content_type, encoding=None):
+    """The fields of a message's header that say that it is MIME, and what."""
+    fields = f"MIME-Version: 1.0\r\nContent-Type: {content_type}\r\n"
+    return fields + (f"Content-Transfer-Encoding: {encoding}\r\n" if encoding else "")
+
+
+def base64_lines(content):
+    return b"".join(binascii.b2a_base64(content[at : at + BASE64_LINE], newline=False) + b"\r\n"
+                    for at in range(0, len(content), BASE64_LINE))
+
+
+def attachment_header(name):
+    return (f"Content-Type: application/octet-stream; name=\"{name}\"\r\nContent-Transfer-Encoding: base64\r\n"
+            f"Content-Disposition: attachment; filename=\"{name}\"\r\n\r\n").encode()
+
+
+def base64_block():
+    """The lines of a block, and the bytes that they decode to."""
+    content = random.Random(4).randbytes(BASE64_LINE * BLOCK_LINES)
+    return base64_lines(content), content
+
+
+def base64_mail(size):
+    yield header(0, random.Random(0), content=mime('multipart/mixed; boundary="=_mixed"'))
+    yield b"--=_mixed\r\nContent-Type: text/plain; charset=us-ascii\r\n\r\nThe archive.\r\n--=_mixed\r\n"
+    yield attachment_header("archive.bin")
+    block, _ = base64_block()
+    for _ in range(repeats(block, size)):
+        yield block
+    yield b"--=_mixed--\r\n"
+
+
+def quoted(text):
+    """Quoted-printable, in lines of at most 76 characters, of bytes with LF line ends."""
+    return binascii.b2a_qp(text, istext=True).replace(b"\n", b"\r\n")
+
+
+def quoted_block():
+    """The lines of a block, and the Latin-1 text that they decode to: paragraphs of 100 to 400 characters."""
+    chance = random.Random(5)
+    paragraphs = (" ".join(chance.choice(GERMAN) for _ in range(chance.randrange(16, 64))) + ".\n" for _ in range(2000))
+    content = "".join(paragraphs).encode("latin-1")
+    return quoted(content), content
+
+
+def quoted_mail(size):
+    yield header(0, random.Random(0), content=mime("text/plain; charset=iso-8859-1", "quoted-printable"))
+    block, _ = quoted_block()
+    for _ in range(repeats(block, size)):
+        yield block
+
+
+def alternative_texts(number):
+    """The plain text and the HTML of a mail of 8 KB, in UTF-8."""
+    chance = random.Random(number)
+    paragraphs = [" ".join(chance.choice(GERMAN) for _ in range(50)) + "." for _ in range(6)]
+    style = "".join(f"p.c{i} {{ margin: {i}px; font-family: Arial, sans-serif; }}\n" for i in range(20))
+    rich = "".join(f'<p class="c{i}" style="color:#333333">{html.escape(text)}</p>\n'
+                   for i, text in enumerate(paragraphs))
+    page = f"<html><head><style>\n{style}</style></head>\n<body>\n{rich}</body></html>\n"
+    return "".join(f"{text}\n\n" for text in paragraphs).encode(), page.encode()
+
+
+def alternatives_mail(number):
+    boundary = f"=_{number:08x}"
+    plain, page = alternative_texts(number)
+    yield header(number, random.Random(number), content=mime(f'multipart/alternative; boundary="{boundary}"'))
+    for kind, text in (("plain", plain), ("html", page)):
+        yield (f"--{boundary}\r\nContent-Type: text/{kind}; charset=utf-8\r\n"
+               f"Content-Transfer-Encoding: quoted-printable\r\n\r\n").encode()
+        yield quoted(text) + b"\r\n"
+    yield f"--{boundary}--\r\n".encode()
+
+
+def part_content(number):
+    return random.Random(number).randbytes(8 * BASE64_LINE)
+
+
+def parts_mail(count):
+    yield header(0, random.Random(0), content=mime('multipart/mixed; boundary="=_mixed"'))
+    for number in range(count):
+        yield b"--=_mixed\r\n" + attachment_header(f"part{number}.bin") + base64_lines(part_content(number))
+    yield b"--=_mixed--\r\n"
+
+
+def nested_mail(depth):
+    """One attachment, part_content(0), inside `depth` multiparts."""
+    yield header(0, random.Random(0), content=mime('multipart/mixed; boundary="=_0"'))
+    for level in range(1, depth):
+        yield f'--=_{level - 1}\r\nContent-Type: multipart/mixed; boundary="=_{level}"\r\n\r\n'.encode()
+    yield f"--=_{depth - 1}\r\n".encode() + attachment_header("leaf.bin") + base64_lines(part_content(0))
+    for level in reversed(range(depth)):
+        yield f"--=_{level}--\r\n".encode()
+
+
 def dot_stuffed(piece):
     return piece.replace(b"\r\n.", b"\r\n..")
 
@@ -177,6 +283,10 @@ def reports(count, own):
     return ([report(number, own)] for number in range(count))
 
 
+def alternatives_mails(count):
+    return (alternatives_mail(number) for number in range(count))
+
+
 KINDS = {
     "small": small_mails,
     "plain": lambda size: [plain_mail(size)],
@@ -184,6 +294,11 @@ KINDS = {
     "addresses": lambda count: [addresses_mail(count)],
     "reports": lambda count: reports(count, own=True),
     "strange-reports": lambda count: reports(count, own=False),
+    "base64": lambda size: [base64_mail(size)],
+    "quoted": lambda size: [quoted_mail(size)],
+    "alternatives": alternatives_mails,
+    "parts": lambda count: [parts_mail(count)],
+    "nested": lambda depth: [nested_mail(depth)],
 }
 
 if __name__ == "__main__":

@@ -16,9 +16,10 @@ BUILD = Path(os.environ.get("BUILD", ROOT / "build-bench")).resolve()
 TMPFS = Path(os.environ.get("BENCH_TMPFS", "/dev/shm"))
 DISK = Path(os.environ.get("BENCH_DISK", BUILD)).resolve()
 GATEWAY, MORVANE = BUILD / "bin/unix.in", BUILD / "bin/morvane"
-AGENT, EMPTY, FLOOR, GMIME = (BUILD / "bench" / name for name in ("agent", "empty", "floor", "gmime_small"))
-RIPMIME, DOVECOT, STRACE = (shutil.which(name, path=os.environ.get("PATH", "") + ":/usr/sbin:/sbin")
-                            for name in ("ripmime", "dovecot", "strace"))
+AGENT, EMPTY, FLOOR, GMIME = (BUILD / "bench" / name for name in ("agent", "empty", "floor", "gmime_parts"))
+RIPMIME, MUNPACK, REFORMIME, DOVECOT, STRACE = (
+    shutil.which(name, path=os.environ.get("PATH", "") + ":/usr/sbin:/sbin")
+    for name in ("ripmime", "munpack", "reformime", "dovecot", "strace"))
 LMTP = Path("/usr/lib/dovecot/lmtp")
 
 MB = 1_000_000
@@ -102,16 +103,19 @@ class Run:
         self.seconds, self.processor_seconds = nanoseconds / 1e9, processor / 1e6
 
 
-def agent(command, dialogue=None, runs=1, lockstep=False, peak=False, socket=None, home=None, stdin=None):
+def agent(command, dialogue=None, runs=1, lockstep=False, peak=False, socket=None, home=None, stdin=None, file=None,
+          stderr=None):
+    """Runs a program. `dialogue` is said to it, or its standard input is `file`; `stdin` is the agent's own."""
     words = [AGENT, "--runs", str(runs)]
     words += ["--input", dialogue] if dialogue else []
+    words += ["--stdin", file] if file else []
     words += ["--lockstep"] if lockstep else []
     words += ["--peak"] if peak else []
     words += ["--connect", socket] if socket else ["--", *command]
     keep = {key: os.environ[key] for key in ("PATH",) if key in os.environ}
     environment = {**keep, "LANG": "C", "TZ": "UTC", **({"MORVANE_HOME": str(home)} if home else {})}
     made = subprocess.run([str(word) for word in words], env=environment, stdin=stdin or subprocess.DEVNULL,
-                          stdout=subprocess.PIPE, text=True, cwd="/", check=True)
+                          stdout=subprocess.PIPE, stderr=stderr, text=True, cwd="/", check=True)
     return [Run(line) for line in made.stdout.splitlines() if re.fullmatch(r"\d+( -?\d+){5}", line)]
 
 
@@ -162,6 +166,17 @@ def write_mail(path, pieces):
         for piece in pieces:
             file.write(piece.replace(b"\r\n", b"\n"))
     return path
+
+
+def memory_peak(kind, size, home):
+    """The run of a session with one body of `size` MB, and its peak memory in MB."""
+    source = subprocess.Popen([sys.executable, ROOT / "bench/generate.py", kind, str(size * MB)],
+                              stdout=subprocess.PIPE)
+    run = session([GATEWAY], "-", 1, home, lockstep=True, peak=True, stdin=source.stdout)[0]
+    source.stdout.close()
+    source.wait()
+    assert queued(home) == 1 and run.peak > 0
+    return run, run.peak * 1024 / MB
 
 
 # ---- Digests
