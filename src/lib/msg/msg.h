@@ -24,6 +24,9 @@ public:
     std::size_t attached() const { return files_.size(); }
 
     void attach(im_Item item);  // places it: it is a file from now on
+    // An attached file, by its number from 1, and another in its place, which is deleted. EINVAL: there is none.
+    const ITEM_REF& file(std::size_t number) const;
+    void replace(im_Item item, std::size_t number);
     // Puts the main transfer file first, writes the message file and places everything. Nothing is synced.
     void finish(tf_File main);
     void list_files(std::vector<ITEM_REF>& files) const;  // appends its own, the main and the attached ones
@@ -43,3 +46,5 @@ private:
 
 Msg_File Msg_CreateFile(std::string_view route);
 void Msg_AttachFile(Msg_File& message, im_Item item);
+inline const ITEM_REF& Msg_GetFile(const Msg_File& message, std::size_t number) { return message.file(number); }
+void Msg_ReplaceFile(Msg_File& message, im_Item item, std::size_t number);

@@ -14,7 +14,9 @@
 #include "ux_mimein/leaf_part.h"
 #include "ux_mimein/part_body.h"
 #include "ux_mimein/part_charset.h"
+#include "ux_mimein/properties.h"
 #include "ux_mimein/subjects.h"
+#include "ux_mimein/tnef_part.h"
 
 namespace {
 
@@ -32,6 +34,7 @@ private:
     void supply_type();
     void map_type();
     void decode();
+    bool becomes_properties(bool is_tnef);
     void attach();
     void attach_list();
     void put_header();
@@ -50,11 +53,19 @@ void Leaf::convert() {
     decode();
     if (part_.lQNFileCode == kListFileType) return attach_list();
     properties_ = ux::find_properties(conversion_, entity_, part_);
+    const bool is_tnef = ux::is_expanded_tnef(entity_, part_);
+    if (part_.lQNFileCode == ux::kTnefCode && entity_.header.pszSubPartEncoding.empty())
+        ux_TryDecodeTnefContent(part_.item);
     ux_SettleCharset(part_);
     ux_ConvertPart(part_);
+    if (!becomes_properties(is_tnef)) attach();
+}
+
+// Did records and items of other kinds take the part's place? A property part may be kept all the same.
+bool Leaf::becomes_properties(bool is_tnef) {
+    if (is_tnef) return entity_.mapiPropped = ux::expand_tnef(conversion_, part_);
     entity_.mapiPropped = properties_.GotPloxenMapiProps;
-    if (entity_.mapiPropped && !ux::dispose_of_properties(conversion_, entity_, part_, properties_)) return;
-    attach();
+    return entity_.mapiPropped && !ux::dispose_of_properties(conversion_, entity_, part_, properties_);
 }
 
 // What the content header says, and what is supplied where it says nothing.
