@@ -21,6 +21,12 @@ namespace {
 
 using Lines = std::vector<std::string>;
 
+std::size_t packages_in(const Lines& lines) {
+    std::size_t count = 0;
+    for (const std::string& line : lines) count += line.starts_with("30100") ? 1 : 0;
+    return count;
+}
+
 class SubMessage : public testing::Test {
 protected:
     explicit SubMessage(std::string_view keys = {}) : home_(keys) {
@@ -148,16 +154,61 @@ TEST_F(SubMessage, OtherMessageTypesAreLeaves) {
     }
 }
 
+// A header that the boundary cuts off: what follows belongs to the multipart around it.
+TEST_F(SubMessage, AHeaderEndsAtABoundary) {
+    const auto digest = [&](std::string_view parts) {
+        part_.header.pszSubPartType = "multipart/digest; boundary=b";
+        EndOfMsg_ = false;
+        TfHandle_ = tf_CreateFile();
+        MsgHandle_ = Msg_CreateFile("");
+        return converted("--b\n\n" + std::string(parts) + ".\n");
+    };
+    const auto messages = [](int count) {  // in the digest's package, none with a body
+        Lines lines{"30100 3 -100 "};
+        for (int i = 0; i < count; ++i)
+            for (const char* line : {"30100 3 -100 s", "30500 1166 kind 0 size 0 s", "39000"}) lines.emplace_back(line);
+        lines.emplace_back("39000");
+        return lines;
+    };
+    const struct {
+        std::string header;
+        const char* why;
+    } rows[] = {
+        {"Subject: s\n", "without a blank line"},
+        {"Subject: s\nContent-Type: multipart/mixed; boundary=c\n", "a body that is not there is not looked for"},
+        {"Subject: s\nContent-Type: message/rfc822\n", "nor a message in it"},
+    };
+    for (const auto& row : rows) {
+        EXPECT_EQ(digest(row.header + "--b--\nepilogue\n"), messages(1)) << row.why;
+        EXPECT_EQ(digest(row.header + "--b \t\n\n" + row.header + "--b--\n"), messages(2)) << row.why;
+    }
+    EXPECT_EQ(digest("Subject: s\n--c\n--bb\n\n--b--\n").size(), 6U) << "other lines that begin so do not end it";
+}
+
+TEST_F(SubMessage, AnEncodedMessageIsKeptDecoded) {
+    for (const char* encoding : {"base64", "Quoted-Printable", "x-uuencode"}) {
+        part_.header.pszSubPartEncoding = encoding;
+        EndOfMsg_ = false;
+        TfHandle_ = tf_CreateFile();
+        MsgHandle_ = Msg_CreateFile("");
+        EXPECT_EQ(packages_in(converted("U3ViamVjdDogcwoKYm9keQo=\n.\n")), 0U) << encoding;
+        const Lines files = attached_files(MsgHandle_, std::move(TfHandle_));
+        ASSERT_EQ(files.size(), 1U);
+        EXPECT_TRUE(encoding != std::string_view("base64") || files[0] == "Subject: s\n\nbody\n") << files[0];
+    }
+    for (const char* encoding : {"7bit", "8bit", "binary", "", "x-unknown"}) {
+        part_.header.pszSubPartEncoding = encoding;
+        EndOfMsg_ = false;
+        TfHandle_ = tf_CreateFile();
+        MsgHandle_ = Msg_CreateFile("");
+        EXPECT_EQ(packages_in(converted("Subject: s\n\nbody\n.\n")), 1U) << encoding;
+    }
+}
+
 std::string nested(int levels) {
     std::string text;
     for (int i = 1; i < levels; ++i) text += "Content-Type: message/rfc822\n\n";
     return text + "Subject: last\n\nbody\n.\n";
-}
-
-std::size_t packages(const Lines& lines) {
-    std::size_t count = 0;
-    for (const std::string& line : lines) count += line.starts_with("30100") ? 1 : 0;
-    return count;
 }
 
 class Bounded : public SubMessage {
@@ -167,23 +218,23 @@ protected:
 
 TEST_F(Bounded, AtTheBound) {
     const Lines lines = converted(nested(3));
-    EXPECT_EQ(packages(lines), 3U);
+    EXPECT_EQ(packages_in(lines), 3U);
     EXPECT_EQ(lines[lines.size() - 4], "30500 1167 kind 0 size 5 last");
     EXPECT_EQ(log_.count("5 100.24071"), 0U);
 }
 
 TEST_F(Bounded, BeyondItIsKeptWhole) {
     const Lines lines = converted(nested(4));
-    EXPECT_EQ(packages(lines), 3U);
+    EXPECT_EQ(packages_in(lines), 3U);
     const std::string kept = "Subject: last\n\nbody\n";
     EXPECT_EQ(lines[lines.size() - 4], "30500 0 kind 0 size " + std::to_string(kept.size()) + " ");
     EXPECT_EQ(attached_files(MsgHandle_, std::move(TfHandle_)).back(), kept);
     EXPECT_EQ(log_.count("5 100.24071"), 1U);
 }
 
-TEST_F(SubMessage, TenThousandLevels) { EXPECT_EQ(packages(converted(nested(10'000))), 10'000U); }
+TEST_F(SubMessage, TenThousandLevels) { EXPECT_EQ(packages_in(converted(nested(10'000))), 10'000U); }
 
-TEST_F(SubMessage, OneLevelMore) { EXPECT_EQ(packages(converted(nested(10'001))), 10'000U); }
+TEST_F(SubMessage, OneLevelMore) { EXPECT_EQ(packages_in(converted(nested(10'001))), 10'000U); }
 
 TEST_F(SubMessage, CutOffItLeavesNothing) {
     const std::string text = "Content-Type: multipart/digest; boundary=b\n\n--b\n\nSubject: 2\n\nbody\n--b--\n";

@@ -352,6 +352,35 @@ TEST_F(Rfc1154, FieldsOfAnEncapsulatedHeaderAreWrapped) {
     EXPECT_EQ(of_type(parts("message", "Subject: inner\n\n.\n"), 30700), Lines{});
 }
 
+TEST_F(Rfc1154, BeginningAMessage) {
+    const auto list_of = [&](std::int32_t NumLines, std::string_view text, std::size_t limit = 100) {
+        const MessageText input(text);
+        TfHandle_ = tf_CreateFile();
+        MsgHandle_ = Msg_CreateFile("");
+        EndOfMsg_ = false;
+        const auto list = ux_InParseRfc1154SubMsg({.TfHandle = TfHandle_,
+                                                   .pRfc2047subject = "subject",
+                                                   .pFromCharSet = "IA5",
+                                                   .pEncoding = "",
+                                                   .MsgHandle = MsgHandle_,
+                                                   .pEndOfMsg = EndOfMsg_},
+                                                  NumLines, limit);
+        return list.value_or("(none)");
+    };
+    EXPECT_EQ(list_of(0, "A: b\n\n.\n"), "(none)");
+    EXPECT_EQ(TfHandle_.end(), 0) << "nothing is done for a count of 0";
+    EXPECT_EQ(list_of(5, "A: b\n\n.\n"), "3 text");
+    EXPECT_EQ(list_of(2, "A: b\n\n.\n"), "0 text");
+    EXPECT_EQ(list_of(1, "A: b\n\n.\n"), "-1 text");
+    EXPECT_EQ(list_of(2147483647, "A: b\n\n.\n"), "2147483645 text");
+    EXPECT_EQ(list_of(-1, "A: b\n\n.\n"), "text");
+    EXPECT_EQ(list_of(5, "Encoding: 1 hex\n\n.\n"), "1 hex");
+    EXPECT_EQ(list_of(5, "Encoding: 1 hex\n\n.\n", 4), "3 text") << "a list that is left out is none";
+    EXPECT_FALSE(EndOfMsg_);
+    EXPECT_EQ(list_of(5, "Encoding: 1 hex\n.\n"), "");
+    EXPECT_TRUE(EndOfMsg_);
+}
+
 // The catalog's texts are UTF-8.
 TEST_F(Rfc1154, TheNoticeIsInTheReadersLanguage) {
     write_catalog(home_, "$set 102\n$quote \"\n1543 \"Der Rest ist f\xC3\xBCr immer fort.\\n\"\n");

@@ -30,8 +30,9 @@ bool continues(std::string_view line) { return line.starts_with(' ') || line.sta
 // collected on the way.
 class EncapsulatedHeaderSaver : public HeaderSaver {
 public:
-    EncapsulatedHeaderSaver(im_Item& item, const EncapsulatedHeaderKind& kind, EncapsulatedHeader& header)
-        : HeaderSaver(item), kind_(kind), header_(header) {}
+    EncapsulatedHeaderSaver(im_Item& item, const EncapsulatedHeaderKind& kind, const EncapsulatedHeaderTarget& target,
+                            EncapsulatedHeader& header)
+        : HeaderSaver(item), kind_(kind), target_(target), header_(header) {}
 
     const std::string& subject() const { return subject_; }
     bool mime_version_seen() const { return mime_version_seen_; }
@@ -40,12 +41,14 @@ private:
     enum class Collecting { nothing, subject, content_type };
 
     ux_MailText read() override;
+    bool is_cut_off(const ux_MailText& piece) override;
     std::string_view as_saved(const ux_MailText& piece) const override { return StripCrNl(piece.text); }
     void saved(std::string_view line, const ux_KeywordLine& field, std::uint64_t start) override;
     void join(std::string_view line);
     void begin_field(const ux_KeywordLine& field);
 
     const EncapsulatedHeaderKind& kind_;
+    const EncapsulatedHeaderTarget& target_;
     EncapsulatedHeader& header_;
     Collecting collecting_ = Collecting::nothing;
     std::string subject_;
@@ -57,6 +60,14 @@ ux_MailText EncapsulatedHeaderSaver::read() {
     const ux_MailText piece = kind_.read();
     if (piece.at_start) ++header_.nLinesRead;
     return piece;
+}
+
+// A message that is cut short to its header, as some mailers forward it, may lack the blank line: what follows it is
+// not its own (RFC 2046, section 5.1.2).
+bool EncapsulatedHeaderSaver::is_cut_off(const ux_MailText& piece) {
+    header_.bNextPart = is_boundary_line(piece, target_.pszPartMarker);
+    header_.pbLastPart = is_boundary_line(piece, target_.pszLastPartMarker);
+    return header_.bNextPart || header_.pbLastPart;
 }
 
 void EncapsulatedHeaderSaver::saved(std::string_view line, const ux_KeywordLine& field, std::uint64_t /*start*/) {
@@ -210,7 +221,7 @@ EncapsulatedHeader convert_encapsulated_header(const EncapsulatedHeaderKind& kin
     const os_Moment now = os_Date();
     EncapsulatedHeader header;
     im_Item saved = im_CrNewDataItem();
-    EncapsulatedHeaderSaver saver(saved, kind, header);
+    EncapsulatedHeaderSaver saver(saved, kind, target, header);
     header.pEndOfMsg = saver.run();
 
     const std::int64_t HeaderPos = open_package(target.TfHandle, saver.subject(), header.pFullMIMEType);

@@ -35,7 +35,9 @@ struct EncapsulatedHeaderTarget {
     tf_File& TfHandle;
     Msg_File& MsgHandle;
     bool GenObjFiles = true;
-    const im_Item* pContentHdrRef = nullptr;            // the part's own content header, stored as an object too
+    const im_Item* pContentHdrRef = nullptr;  // the part's own content header, stored as an object too
+    // The boundary lines of the multipart that the message is a part of; empty: there is none.
+    std::string_view pszPartMarker = {}, pszLastPartMarker = {};
     std::size_t encoding_limit = std::size_t{1} << 20;  // of ppEncoding; a value that does not fit is left out
 };
 
@@ -45,7 +47,9 @@ struct EncapsulatedHeader {
     std::string ppEncoding;  // of all Encoding fields, one behind the other
     std::string pszSubPartType, pszSubPartEncoding;
     std::string pFullMIMEType;         // Content-Type, when it is a multipart
-    bool pEndOfMsg = false;            // the end line came inside the header
+    bool pEndOfMsg = false;            // the end line came inside the header,
+    bool bNextPart = false;            // or the boundary line of the next part,
+    bool pbLastPart = false;           // or the closing line: the message has no body
     std::int32_t nLinesRead = 0;       // lines of the header, its blank line included
     std::int64_t pTfDistListPos = -1;  // of the content-file record of the list
 };

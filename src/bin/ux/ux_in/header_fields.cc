@@ -67,8 +67,7 @@ void HeaderFields::append(tf_Record& record) {
 
 bool HeaderFields::once(int token) { return !std::exchange(done_[token], true); }
 
-void HeaderFields::append_originator(const std::string& address,
-                                     void (*make)(std::string_view pORN, tf_Record& record)) {
+void HeaderFields::append_originator(const std::string& address, MakeRecord make) {
     std::string text(address), name;
     ux_InConvArpaORNToORN(text, name, false);
     make(name, record_);

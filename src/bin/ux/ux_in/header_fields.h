@@ -52,8 +52,8 @@ protected:
     bool add_default_subject();              // an empty one, when there was none
     bool once(int token);                    // true the first time that it is asked about a token
     bool taken(int token) const { return done_[token]; }
-    void append_originator(const std::string& address,
-                           void (*make)(std::string_view pORN, tf_Record& record));  // a name's record
+    using MakeRecord = void (*)(std::string_view pORN, tf_Record& record);
+    void append_originator(const std::string& address, MakeRecord make);  // the record of its native name
 
     const HeaderRules rules_;
     const Target target_;

@@ -76,8 +76,8 @@ bool HeaderSaver::run() {
     }
 }
 
-bool HeaderSaver::ends_header(const ux_MailText& piece) const {
-    if (piece.is_end || piece.is_blank()) return true;
+bool HeaderSaver::ends_header(const ux_MailText& piece) {
+    if (piece.is_end || piece.is_blank() || is_cut_off(piece)) return true;
     return white_line_ends_ && piece.text.find_first_not_of(" \t\r\n") == std::string_view::npos;
 }
 

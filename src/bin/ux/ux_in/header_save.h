@@ -29,6 +29,8 @@ public:
 
 protected:
     virtual ux_MailText read() = 0;
+    // Is the header at its end with this piece, without a blank line?
+    virtual bool is_cut_off(const ux_MailText& /*piece*/) { return false; }
     virtual std::string_view as_saved(const ux_MailText& piece) const = 0;
     // A line has been saved at `start`; `field` is what it begins, if anything. Views are good during the call.
     virtual void saved(std::string_view line, const ux_KeywordLine& field, std::uint64_t start) = 0;
@@ -36,7 +38,7 @@ protected:
     im_Item& item() { return item_; }
 
 private:
-    bool ends_header(const ux_MailText& piece) const;
+    bool ends_header(const ux_MailText& piece);
     void save(std::string_view line);
 
     im_Item& item_;

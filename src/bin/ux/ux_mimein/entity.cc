@@ -9,6 +9,7 @@
 #include "cvr/cvr.h"
 #include "dstring/ascii.h"
 #include "er/er.h"
+#include "mim/decode.h"
 #include "mim/mim.h"
 #include "ux_in/nesting.h"
 #include "ux_mimein/leaf.h"
@@ -63,12 +64,18 @@ bool is_too_deep(const Frames& frames) {
     return true;
 }
 
+// A message in a transfer encoding, which RFC 2046, section 5.2.1, forbids, cannot be read where it stands: it is a
+// leaf, so that what is kept of it is the decoded message.
+bool is_encoded(const ux_MimePart& part) {
+    return mim_transfer_encoding(part.header.pszSubPartEncoding) != mim_TransferEncoding::identity;
+}
+
 // The frame of an entity that holds others; none for a leaf.
 std::unique_ptr<ux_MimeFrame> frame_for(ux_MimeConversion& conversion, ux_MimePart& part, const Frames& frames) {
     const ux_ContentTypeParts type = ux_split_content_type(part.header.pszSubPartType);
     const bool multipart = dstring_equal_ignoring_case(type.type, "multipart");
-    const bool message =
-        dstring_equal_ignoring_case(type.type, "message") && dstring_equal_ignoring_case(type.subtype, "rfc822");
+    const bool message = dstring_equal_ignoring_case(type.type, "message") &&
+                         dstring_equal_ignoring_case(type.subtype, "rfc822") && !is_encoded(part);
     if ((!multipart && !message) || is_too_deep(frames)) return nullptr;
     return multipart ? ux_InParseMimeMultiPart(conversion, part, type.subtype, type.parameters)
                      : ux_InParseMimeSubMsg(conversion, part);

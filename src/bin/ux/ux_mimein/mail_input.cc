@@ -106,6 +106,11 @@ void ux::append_folded(std::string& pszString, std::string_view line) {
     pszString += text.substr(0, kValueLimit - pszString.size());
 }
 
+bool ux::is_boundary_line(const ux_MailText& piece, std::string_view marker) {
+    return piece.at_start && piece.whole && !marker.empty() && piece.text.starts_with(marker) &&
+           piece.text.find_first_not_of(" \t", marker.size()) == std::string_view::npos;
+}
+
 void ux_write_or_escape(im_Item& item, std::string_view data, int reason) {
     try {
         item.write(data);

@@ -47,6 +47,9 @@ void GetContinuation(std::string& pszString, im_Item* pHeaderStream);
 namespace ux {
 // The same for one such line that has been read already.
 void append_folded(std::string& pszString, std::string_view line);
+
+// Is it the marker, alone on its line but for blanks and tabs after it? An empty marker matches no line.
+bool is_boundary_line(const ux_MailText& piece, std::string_view marker);
 }  // namespace ux
 
 // Writes to an item; a failure of the store leaves as 102/`reason`.

@@ -15,17 +15,12 @@ void take_ordinary_lines(mim_Decoder& decoder) {
     while (const std::size_t taken = decoder.lines(MailLinesAhead())) TakeMailLines(taken);
 }
 
-bool is_marker(std::string_view line, std::string_view marker) {
-    return !marker.empty() && line.starts_with(marker) &&
-           line.find_first_not_of(" \t", marker.size()) == std::string_view::npos;
-}
-
 // How the body ends with this piece, when it does.
 std::optional<ux_BodyEnd> end_of(const ux_MailText& piece, const ux_PartMarkers* markers) {
     if (piece.is_end) return ux_BodyEnd::message;
-    if (markers == nullptr || !piece.at_start || !piece.whole || !piece.text.starts_with("--")) return std::nullopt;
-    if (is_marker(piece.text, markers->pszPartMarker)) return ux_BodyEnd::next_part;
-    if (is_marker(piece.text, markers->pszLastPartMarker)) return ux_BodyEnd::last_part;
+    if (markers == nullptr || !piece.text.starts_with("--")) return std::nullopt;
+    if (ux::is_boundary_line(piece, markers->pszPartMarker)) return ux_BodyEnd::next_part;
+    if (ux::is_boundary_line(piece, markers->pszLastPartMarker)) return ux_BodyEnd::last_part;
     return std::nullopt;
 }
 

@@ -28,6 +28,7 @@ private:
     bool entered_ = false;
     bool inside_ = false;  // the state of the message around it is put aside
     bool havePnPropsForMsg_ = false;
+    bool has_body_ = true;
     std::string subject_;
     ux_MimePart body_;
 };
@@ -35,7 +36,7 @@ private:
 ux_MimePart* SubMessage::next() {
     if (!std::exchange(entered_, true)) {
         enter();
-        if (!conversion_.pbEndOfMsg) return &body_;
+        if (has_body_) return &body_;
     }
     close();
     return nullptr;
@@ -50,12 +51,18 @@ void SubMessage::enter() {
 }
 
 void SubMessage::read_header() {
+    const ux_PartMarkers none;
+    const ux_PartMarkers& markers = entity_.markers != nullptr ? *entity_.markers : none;
     ux::EncapsulatedHeader header = ux_MimInProcessSubMsgHdr({.TfHandle = conversion_.TfHandle,
                                                               .MsgHandle = conversion_.MsgHandle,
                                                               .GenObjFiles = conversion_.GenObjFiles,
                                                               .pContentHdrRef = entity_.pContentHdrRef,
+                                                              .pszPartMarker = markers.pszPartMarker,
+                                                              .pszLastPartMarker = markers.pszLastPartMarker,
                                                               .encoding_limit = 0});  // MIME has no such list
+    has_body_ = !header.pEndOfMsg && !header.bNextPart && !header.pbLastPart;
     if (header.pEndOfMsg) conversion_.pbEndOfMsg = true;
+    if (header.pbLastPart && entity_.pbLastPart != nullptr) *entity_.pbLastPart = true;
     subject_ = std::move(header.pRfc2047subjectD);
     body_.pRfc2047subject = subject_;
     body_.header.pszSubPartType = std::move(header.pszSubPartType);

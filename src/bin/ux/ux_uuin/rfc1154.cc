@@ -66,7 +66,8 @@ public:
 private:
     bool convert_part(const ux_EncodingEntry& entry);
     void after_part(bool decoded);
-    void enter(std::int32_t NumLines);
+    void enter(std::string list);
+    std::size_t list_limit() const;
     void leave();
     bool too_deep() const { return static_cast<std::int64_t>(levels_.size()) > deepest_; }
     void add_failure_notice();
@@ -89,10 +90,12 @@ void Rfc1154Body::convert() {
         held_ += entries.held();
         if (!entry)
             leave();
-        else if (entry->pMethod == kMethodMessage && entry->pNumLines != 0 && !too_deep())
-            enter(entry->pNumLines);
-        else
+        else if (entry->pMethod != kMethodMessage || too_deep())
             after_part(convert_part(*entry));
+        else if (auto list = ux_InParseRfc1154SubMsg(content_, entry->pNumLines, list_limit()))
+            enter(*std::move(list));
+        else
+            after_part(true);
     }
 }
 
@@ -131,26 +134,15 @@ void Rfc1154Body::after_part(bool decoded) {
     levels_.back().drop();
 }
 
-// What the lists of all open messages hold together is bounded; lines of a list that would go beyond it are left out,
-// and a message whose list is left out altogether is text, as one without a list is.
-void Rfc1154Body::enter(std::int32_t NumLines) {
-    ux::EncapsulatedHeader header =
-        ux_UUInProcessSubMsgHdr({.TfHandle = content_.TfHandle,
-                                 .MsgHandle = content_.MsgHandle,
-                                 .GenObjFiles = content_.GenObjFiles,
-                                 .encoding_limit = std::min(kInnerListLimit, kEncodingListLimit - held_)});
-    content_.pEndOfMsg = header.pEndOfMsg;
-    std::string list;
-    if (header.pEndOfMsg)
-        list.clear();  // there is no body
-    else if (!header.ppEncoding.empty())
-        list = std::move(header.ppEncoding);
-    else if (NumLines == kToTheEnd)
-        list = "text";
-    else
-        list = std::to_string(std::int64_t{NumLines} - header.nLinesRead) + " text";
+// What the lists of all open messages hold together is bounded as well; lines of a list that would go beyond it are
+// left out, and a message whose list is left out altogether is text, as one without a list is.
+void Rfc1154Body::enter(std::string list) {
     held_ += list.size();
     levels_.emplace_back(std::move(list));
+}
+
+std::size_t Rfc1154Body::list_limit() const {
+    return std::min(kInnerListLimit, kEncodingListLimit - std::min(kEncodingListLimit, held_));
 }
 
 void Rfc1154Body::leave() {
@@ -189,6 +181,21 @@ void Rfc1154Body::add_failure_notice() {
 }
 
 }  // namespace
+
+std::optional<std::string> ux_InParseRfc1154SubMsg(const ux_Rfc1154Content& content, std::int32_t NumLines,
+                                                   std::size_t list_limit) {
+    const er_Trace trace("ux_InParseRfc1154SubMsg");
+    if (NumLines == 0) return std::nullopt;
+    ux::EncapsulatedHeader header = ux_UUInProcessSubMsgHdr({.TfHandle = content.TfHandle,
+                                                             .MsgHandle = content.MsgHandle,
+                                                             .GenObjFiles = content.GenObjFiles,
+                                                             .encoding_limit = list_limit});
+    content.pEndOfMsg = header.pEndOfMsg;
+    if (header.pEndOfMsg) return std::string();
+    if (!header.ppEncoding.empty()) return std::move(header.ppEncoding);
+    if (NumLines < 0) return "text";
+    return std::to_string(std::int64_t{NumLines} - header.nLinesRead) + " text";
+}
 
 void ux_InParseRfc1154Content(const ux_Rfc1154Content& content) {
     const er_Trace trace("ux_InParseRfc1154Content");

@@ -6,6 +6,9 @@
 // A part that is a message opens a package; it has a header, and a body that its own "Encoding" describes.
 #pragma once
 
+#include <cstdint>
+#include <optional>
+#include <string>
 #include <string_view>
 
 #include "msg/msg.h"
@@ -20,6 +23,13 @@ struct ux_Rfc1154Content {
     bool& pEndOfMsg;                   // in and out: the end line has been read
     bool GenObjFiles = true;           // headers of encapsulated messages are stored as objects
 };
+
+// Begins a message of NumLines lines (below 0: to the end of the message): reads its header, which opens its package,
+// and returns the list that describes its body: its own, at most `list_limit` bytes of it, else one text part of the
+// lines that are left; empty when the message has ended. A count of 0: nothing is read and nothing returned. The caller
+// converts the body and closes the package. Raises what ux_UUInProcessSubMsgHdr raises.
+std::optional<std::string> ux_InParseRfc1154SubMsg(const ux_Rfc1154Content& content, std::int32_t NumLines,
+                                                   std::size_t list_limit);
 
 // Converts the parts that the list describes, as far as it is well formed; what the text holds beyond them is left
 // unread. A part that cannot be decoded ends the walk through its message: a part with the text of 1543 takes the place
