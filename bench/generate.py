@@ -1,13 +1,14 @@
 #!/usr/bin/env python3
 """The mail of the benchmarks. The same call gives the same bytes.
 
-    generate.py small COUNT | plain BYTES | uuencoded BYTES | addresses COUNT | reports COUNT | strange-reports COUNT
-    generate.py base64 BYTES | quoted BYTES | alternatives COUNT | parts COUNT | nested DEPTH
+    generate.py small COUNT | plain BYTES | uuencoded BYTES | rfc1154 BYTES | addresses COUNT
+    generate.py reports COUNT | strange-reports COUNT
+    generate.py base64 BYTES | quoted BYTES | alternatives COUNT | parts COUNT | nested DEPTH | forwarded COUNT
 
 writes a whole dialogue, HELO to QUIT, to standard output: COUNT small mails, one mail with a body of BYTES, or one
 with COUNT addresses in its To field; in MIME: one mail with an attachment or a text that BYTES are sent for, COUNT
 mails with the same text plain and as HTML, one mail with COUNT attachments, or with one attachment inside DEPTH
-multiparts. Bodies are written in blocks, so BYTES may be larger than memory.
+multiparts; COUNT mails that are each a mail in a mail. Bodies are written in blocks, so BYTES may be larger than memory.
 """
 
 import base64
@@ -121,6 +122,17 @@ def plain_mail(size):
 def uuencoded_mail(size):
     yield header(0, random.Random(0))
     block, _ = uuencoded_block()
+    yield b"begin 644 archive.bin\r\n"
+    for _ in range(repeats(block, size)):
+        yield block
+    yield b"`\r\nend\r\n"
+
+
+def rfc1154_mail(size):
+    """The same as a part of an RFC 1154 message, which says how many lines it has."""
+    block, _ = uuencoded_block()
+    lines = repeats(block, size) * BLOCK_LINES + 3
+    yield header(0, random.Random(0), content=f"Encoding: {lines} uuencode\r\n")
     yield b"begin 644 archive.bin\r\n"
     for _ in range(repeats(block, size)):
         yield block
@@ -260,6 +272,21 @@ def nested_mail(depth):
         yield f"--=_{level}--\r\n".encode()
 
 
+FORWARDED_DEPTH = 10
+
+
+def forwarded_text(number):
+    return "".join(line + "\r\n" for line in text_lines(random.Random(number), 15)).encode()
+
+
+def forwarded_mail(number):
+    """A mail in a mail in a mail: ten headers of fourteen fields, and fifteen lines."""
+    for level in range(FORWARDED_DEPTH):
+        inner = mime("message/rfc822") if level < FORWARDED_DEPTH - 1 else ""
+        yield header(number, random.Random(number * FORWARDED_DEPTH + level), content=inner)
+    yield forwarded_text(number)
+
+
 def dot_stuffed(piece):
     return piece.replace(b"\r\n.", b"\r\n..")
 
@@ -283,6 +310,10 @@ def reports(count, own):
     return ([report(number, own)] for number in range(count))
 
 
+def forwarded_mails(count):
+    return (forwarded_mail(number) for number in range(count))
+
+
 def alternatives_mails(count):
     return (alternatives_mail(number) for number in range(count))
 
@@ -291,6 +322,8 @@ KINDS = {
     "small": small_mails,
     "plain": lambda size: [plain_mail(size)],
     "uuencoded": lambda size: [uuencoded_mail(size)],
+    "rfc1154": lambda size: [rfc1154_mail(size)],
+    "forwarded": forwarded_mails,
     "addresses": lambda count: [addresses_mail(count)],
     "reports": lambda count: reports(count, own=True),
     "strange-reports": lambda count: reports(count, own=False),

@@ -297,6 +297,19 @@ def memory(options):
     aim(12, "under 12 MB whatever the size", max(peaks.values()) < 12, megabytes=peaks)
 
 
+# ---- 14. Forwarded messages
+
+def forwarded(options):
+    count = 200 if options.quick else 1000
+    section(14, f"{count} mails, each in a mail in a mail, ten deep, not synced (messages/s)")
+    bodies = (text_digest(generate.forwarded_text(number)) for number in range(count))
+    with folder(TMPFS) as place:
+        mails = Input(place / "input", lambda: generate.forwarded_mails(count), bodies, text=True,
+                      leaves=[".".join(["1"] * generate.FORWARDED_DEPTH)])
+        ratios = compare(options, 14, "ten deep", mails, lambda seconds: f"{count / seconds:.0f}")
+    aim_beside(14, ratios, "ripmime", 3, "at least 3 times ripmime")
+
+
 SECTIONS = {
     "7": attachments,
     "8": quoted_text,
@@ -304,4 +317,5 @@ SECTIONS = {
     "10": many_parts,
     "11": nesting,
     "12": memory,
+    "14": forwarded,
 }
