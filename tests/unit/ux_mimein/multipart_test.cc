@@ -251,6 +251,15 @@ TEST_F(Multiparts, Digest) {
                                                 "--b\nContent-Type: text/plain; charset=us-ascii\n\n1\n--b--\n.\n");
     EXPECT_EQ(made.records.size(), 1U);
     EXPECT_TRUE(made.records[0].find("text/plain; charset=us-ascii") != std::string::npos) << "a type of its own holds";
+
+    const std::string untyped = "--b\nContent-ID: <i>\n\nSubject: inside\n\ntext\n--b--\n.\n";
+    for (const char* subtype : {"digest", "DIGEST", "mixed"}) {
+        const std::string type = "multipart/" + std::string(subtype) + "; boundary=b";
+        const ConvertedMime message = process_.convert(type, untyped);
+        const bool is_message = message.records[0] == "30100 3,-100 subject[inside]";
+        EXPECT_EQ(is_message, std::string(subtype) != "mixed") << subtype << ": " << message.records[0];
+        EXPECT_EQ(message.items.back(), is_message ? "text" : "Subject: inside\n\ntext") << subtype;
+    }
 }
 
 TEST_F(Multiparts, ContentLocationIsCarriedOver) {
