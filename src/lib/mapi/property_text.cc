@@ -164,17 +164,20 @@ std::optional<std::int64_t> take_rest_of_time(Cursor& in, std::int64_t year) {
     return days_of(date) * kSecondsOfDay + field[2] * 3600 + field[3] * 60 + field[4];
 }
 
-// Years of the 64-bit scale: from 27,627 BC to 30,828.
+// The scale of 64 bits goes from 27,627 BC to 30,828; its first second is cut short by its beginning.
 std::optional<std::int64_t> read_time(std::string_view text) {
+    constexpr std::int64_t last = std::numeric_limits<std::int64_t>::max() / kMapiTicks;  // seconds since 1601
     Cursor in(text);
     const bool negative = in.take('-');
     const auto year = in.take_digits(4, 5);
-    if (!year || *year > 30'827) return std::nullopt;
-    if (negative && *year > 27'000) return std::nullopt;
+    if (!year) return std::nullopt;
     const auto seconds = take_rest_of_time(in, negative ? -*year : *year);
     if (!seconds) return std::nullopt;
+    const std::int64_t since_1601 = *seconds + kMapiEpoch;
+    if (since_1601 > last || since_1601 < -last - 1) return std::nullopt;
     if (in.take('.') && !in.take_digits(1, 18)) return std::nullopt;
     if (!in.take('Z') || !in.at_end()) return std::nullopt;
+    if (since_1601 < -last) return std::numeric_limits<std::int64_t>::min();
     return mapi_time_of(*seconds);
 }
 

@@ -18,6 +18,7 @@
 #include "cust/cust.h"
 #include "cvc/cvc.h"
 #include "er/er.h"
+#include "inet/address.h"
 #include "inet/subject.h"
 #include "mapi/names.h"
 #include "mapi/property_text.h"
@@ -338,10 +339,11 @@ private:
         if (survey.subject) return text_at(survey.subject, survey.set);
         return legacy_text(survey, tnef_Attribute::subject);
     }
+    // A class is ASCII ([MS-OXCMSG], section 2.2.1.3); it stands in streams that have no code page.
     std::string class_of(const Survey& survey) {
         std::string name = legacy_text(survey, tnef_Attribute::message_class);
         if (name.empty()) name = text_at(survey.message_class, survey.set);
-        return tnef_message_class(name);
+        return inet_ReplaceBadHeaderChars(tnef_message_class(name));
     }
 
     // --- properties -------------------------------------------------------------------------------------------------
@@ -476,9 +478,9 @@ private:
     // --- attachments ------------------------------------------------------------------------------------------------
 
     void put_attachment(const Attachment& attachment) {
-        if (!attachment.embedded) return put_file(attachment, attachment.data, {});
+        if (!attachment.embedded) return put_file(attachment, attachment.data, false);
         if (levels_.size() < depth_) return enter(*attachment.embedded);
-        put_file(attachment, *attachment.embedded, "application/ms-tnef");
+        put_file(attachment, *attachment.embedded, true);
     }
 
     std::string name_of(const Attachment& attachment, std::string_view set) {
@@ -488,15 +490,19 @@ private:
         return {};
     }
 
-    void put_file(const Attachment& attachment, tnef_Span data, std::string_view type) {
+    void put_file(const Attachment& attachment, tnef_Span data, bool is_message) {
         const Level& level = levels_.back();
         const std::string name = in_words(name_of(attachment, level.set));
         im_Item item = im_CrNewDataItem();
         source_.copy(data, item);
 
         TFREC_content_file file;
-        const std::string tag = clean_label(text_at(attachment.mime_tag, level.set));
-        describe(file, item, name, type.empty() ? tag : type);
+        if (is_message) {
+            tf_initTFREC_content_file(file, kTnefCode);
+            file.pMIMEContentType = "application/ms-tnef";
+        } else {
+            describe(file, item, name, clean_label(text_at(attachment.mime_tag, level.set)));
+        }
         file.pOrigFileName = name;
         file.rfc2047subject = name.empty() ? level.subject : name;
         file.pContentID = content_id(clean_label(text_at(attachment.content_id, level.set)));

@@ -67,6 +67,10 @@ const std::vector<Row>& rows() {
          "the leap day that 2000 had"},
         {with(0x0039, time, {number(-10'000'000)}), "PidTagClientSubmitTime:time=1600-12-31T23:59:59Z",
          "before the first"},
+        {with(0x0039, time, {number(std::numeric_limits<std::int64_t>::min())}),
+         "PidTagClientSubmitTime:time=-27627-04-19T21:11:54Z", "the first that there is"},
+        {with(0x0039, time, {number(9'223'372'036'850'000'000)}), "PidTagClientSubmitTime:time=30828-09-14T02:48:05Z",
+         "the last"},
         {with(0x300B, guid, {text(std::string(kPsetidCommon.bytes.begin(), kPsetidCommon.bytes.end()))}),
          "PidTagSearchKey:guid=00062008-0000-0000-c000-000000000046", "a guid"},
         {with(0x300B, binary, {text(std::string_view("\0\xFF\n", 3))}), "PidTagSearchKey:binary=AP8K", "three bytes"},
@@ -188,6 +192,8 @@ constexpr const char* kNoProperties[] = {
     "PidTagClientSubmitTime:time=2026-11-20T21:22:33ZZ",
     "PidTagClientSubmitTime:time=99999-11-20T21:22:33Z",
     "PidTagClientSubmitTime:time=226-11-20T21:22:33Z",
+    "PidTagClientSubmitTime:time=30828-09-14T02:48:06Z",
+    "PidTagClientSubmitTime:time=-27627-04-19T21:11:53Z",
 };
 
 TEST(Line, WhatIsNoProperty) {

@@ -107,6 +107,8 @@ TEST_F(Decode, AClassOfThePropertiesServesWhereTheAttributeIsMissing) {
     EXPECT_EQ(out.records.front(), "11200 IPM.Note");
     out = expand(TnefBytes().item_class("IPM.A").properties(PropertyBytes().text(0x001A, "IPM.B")).str());
     EXPECT_EQ(out.records.front(), "11200 IPM.A");
+    out = expand(TnefBytes().item_class("IPM.\xE9\n").str());
+    EXPECT_EQ(out.records.front(), "11200 IPM.???") << "a class is ASCII";
 }
 
 TEST_F(Decode, RequestsOfTheMessage) {
