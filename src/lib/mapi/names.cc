@@ -810,10 +810,29 @@ static_assert(ids_ascend());
 // Rows of a set stand together, so that one comparison of sets and one search of numbers find a row.
 constexpr bool lids_ascend() {
     for (std::size_t i = 1; i < kLids.size(); ++i)
-        if (kLids[i - 1].set == kLids[i].set && kLids[i - 1].lid >= kLids[i].lid) return false;
+        if (*kLids[i - 1].set == *kLids[i].set && kLids[i - 1].lid >= kLids[i].lid) return false;
     return true;
 }
 static_assert(lids_ascend());
+
+// Identifiers that have another name with another type.
+struct TypedRow {
+    std::uint16_t id;
+    mapi_Type type;
+    std::string_view name;
+};
+constexpr auto kTyped = std::to_array<TypedRow>({
+    {0x1013, mapi_Type::unicode, "PidTagBodyHtml"},
+    {0x1013, mapi_Type::string8, "PidTagBodyHtml"},
+    {0x3701, mapi_Type::object, "PidTagAttachDataObject"},
+});
+
+std::string_view typed_name(const mapi_Property& property) {
+    const auto row = std::find_if(kTyped.begin(), kTyped.end(), [&](const TypedRow& r) {
+        return r.id == property.id && r.type == property.type && !property.multiple;
+    });
+    return row == kTyped.end() ? std::string_view() : row->name;
+}
 
 std::string_view tag_name(std::uint16_t id) {
     const auto row = std::lower_bound(kTags.begin(), kTags.end(), id,
@@ -874,7 +893,10 @@ std::span<const mapi_LidRow> mapi_lid_rows() { return kLids; }
 std::span<const mapi_TextRow> mapi_text_rows() { return kTexts; }
 
 std::string_view mapi_canonical_name(const mapi_Property& property) {
-    if (!property.name) return tag_name(property.id);
+    if (!property.name) {
+        const std::string_view name = typed_name(property);
+        return name.empty() ? tag_name(property.id) : name;
+    }
     return property.name->text.empty() ? lid_name(*property.name) : text_name(*property.name);
 }
 
@@ -882,7 +904,12 @@ std::optional<mapi_Property> mapi_find_name(std::string_view name) {
     const std::vector<Entry>& index = index_by_name();
     const auto row = std::lower_bound(index.begin(), index.end(), name,
                                       [](const Entry& e, std::string_view n) { return e.name < n; });
-    if (row == index.end() || row->name != name) return std::nullopt;
+    if (row == index.end() || row->name != name) {
+        const auto typed =
+            std::find_if(kTyped.begin(), kTyped.end(), [&](const TypedRow& r) { return r.name == name; });
+        if (typed == kTyped.end()) return std::nullopt;
+        return tagged(typed->id);
+    }
     if (row->tag != nullptr) return tagged(row->tag->id);
     if (row->lid != nullptr) return named(*row->lid->set, row->lid->lid, {});
     return named(*row->text->set, 0, row->text->text);

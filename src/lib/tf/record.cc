@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <array>
 #include <cstring>
+#include <limits>
 
 namespace {
 
@@ -144,6 +145,11 @@ static_assert(kContentStrings.size() == 17);
 }  // namespace
 
 void mp_GenerateEndPackage(tf_Record& record) { tf_InitRecord(record, TFREC_end_package); }
+
+std::int32_t tf_file_size(std::uint64_t bytes) {
+    constexpr std::uint64_t largest = std::numeric_limits<std::int32_t>::max();
+    return static_cast<std::int32_t>(std::min(bytes, largest));
+}
 
 void tf_initTFREC_content_file(TFREC_content_file& file, std::int32_t type) {
     file = TFREC_content_file{};

@@ -120,6 +120,8 @@ struct TFREC_content_file {
         pX400_DataObjectId, pX400_ParamsObjectId, t61Subject, t61SubjCharset, pOrigCharset, pApplicRef,
         pMIMEContentType, pContentDisp, pContentID, pContentLocation, rfc2047subject;
 };
+// What goes into fileSize: an item larger than the field can tell is given as the largest number.
+std::int32_t tf_file_size(std::uint64_t bytes);
 void tf_initTFREC_content_file(TFREC_content_file& file, std::int32_t type);
 void tf_ContentFileRecFromStruc(tf_Record& record, const TFREC_content_file& file);
 TFREC_content_file tf_ContentFileRecToStruc(const tf_Record& record);

@@ -414,8 +414,7 @@ private:
     // --- items ------------------------------------------------------------------------------------------------------
 
     void put_item(im_Item item, TFREC_content_file& file) {
-        constexpr std::uint64_t largest = 0x7FFFFFFF;
-        file.fileSize = static_cast<std::int32_t>(std::min(item.size(), largest));
+        file.fileSize = tf_file_size(item.size());
         item.place();
         items_.push_back(std::move(item));
         tf_Record record;

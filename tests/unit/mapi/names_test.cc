@@ -91,6 +91,23 @@ TEST(Names, KnownOnes) {
     }
 }
 
+TEST(Names, ThatTheTypeDecides) {
+    mapi_Property property;
+    property.id = 0x1013;
+    property.type = mapi_Type::binary;
+    EXPECT_EQ(mapi_canonical_name(property), "PidTagHtml");
+    property.type = mapi_Type::unicode;
+    EXPECT_EQ(mapi_canonical_name(property), "PidTagBodyHtml");
+    EXPECT_EQ(mapi_find_name("PidTagBodyHtml")->id, 0x1013);
+    property.id = 0x3701;
+    EXPECT_EQ(mapi_canonical_name(property), "PidTagAttachDataBinary");
+    property.type = mapi_Type::object;
+    EXPECT_EQ(mapi_canonical_name(property), "PidTagAttachDataObject");
+    EXPECT_EQ(mapi_find_name("PidTagAttachDataObject")->id, 0x3701);
+    property.multiple = true;
+    EXPECT_EQ(mapi_canonical_name(property), "PidTagAttachDataBinary");
+}
+
 TEST(Names, WhatHasNoNameHasNone) {
     mapi_Property property;
     property.id = 0x0003;

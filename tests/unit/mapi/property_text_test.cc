@@ -79,7 +79,7 @@ const std::vector<Row>& rows() {
         {with(0x300B, binary, {text("")}), "PidTagSearchKey:binary=", "none"},
         {with(0x300B, error, {number(0x80040102)}), "PidTagSearchKey:error=0x80040102", "an error"},
         {with(0x3701, object, {text("0123456789abcdefX")}),
-         "PidTagAttachDataBinary:object=MDEyMzQ1Njc4OWFiY2RlZlg=", "an object"},
+         "PidTagAttachDataObject:object=MDEyMzQ1Njc4OWFiY2RlZlg=", "an object"},
         {with(0x300B, unicode, {text("a;b"), text("c\\"), text("")}, true),
          "PidTagSearchKey:multiple-unicode=a;b\\;c\\\\\\;", "several texts, the last empty"},
         {with(0x300B, unicode, {text("\\"), text(";")}, true), "PidTagSearchKey:multiple-unicode=\\\\\\;;",

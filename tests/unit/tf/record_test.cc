@@ -337,4 +337,11 @@ TEST(Record, FixedRoutinesDoTheSame) {
                                              "'text/plain' 00 'x' 00")));
 }
 
+TEST(Record, AFileSizeThatTheFieldCannotTellIsTheLargest) {
+    EXPECT_EQ(tf_file_size(0), 0);
+    EXPECT_EQ(tf_file_size(0x7FFFFFFF), 0x7FFFFFFF);
+    EXPECT_EQ(tf_file_size(0x80000000), 0x7FFFFFFF);
+    EXPECT_EQ(tf_file_size(~std::uint64_t{0}), 0x7FFFFFFF);
+}
+
 }  // namespace

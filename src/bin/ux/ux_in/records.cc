@@ -1,9 +1,6 @@
 // Builders of the records that describe a message, one routine per record; layouts in the header.
 #include "ux_in/records.h"
 
-#include <algorithm>
-#include <limits>
-
 #include "er/er.h"
 #include "os/catalog.h"
 
@@ -56,10 +53,7 @@ std::uint32_t updated_flags(std::uint32_t flags, const ux_HeaderUpdate& update) 
 
 namespace ux {
 
-std::int32_t file_size_field(std::uint64_t bytes) {
-    constexpr std::uint64_t largest = std::numeric_limits<std::int32_t>::max();
-    return static_cast<std::int32_t>(std::min(bytes, largest));
-}
+std::int32_t file_size_field(std::uint64_t bytes) { return tf_file_size(bytes); }
 
 }  // namespace ux
 
