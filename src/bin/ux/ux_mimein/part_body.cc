@@ -20,7 +20,7 @@ void take_ordinary_lines(mim_Decoder& decoder) {
 // last part is.
 bool is_closing_line(const ux_MailText& piece, std::string_view marker) {
     return piece.at_start && piece.whole && !marker.empty() && dstring_starts_ignoring_case(piece.text, marker) &&
-           piece.text.find_first_not_of(" 	", marker.size()) == std::string_view::npos;
+           piece.text.find_first_not_of(" \t", marker.size()) == std::string_view::npos;
 }
 
 // How the body ends with this piece, when it does.
