@@ -195,7 +195,9 @@ void Properties::take_recurrence() {
     // Dates of the clock of the event, as UTC.
     const auto date_time = [](std::uint32_t minutes) { return std::int64_t{minutes} * 60 * kMapiTicks; };
     time("PidLidClipStart", date_time(pattern.start_date));
-    time("PidLidClipEnd", date_time(pattern.end_date));
+    // Its own end of time ([MS-OXOCAL], section 2.2.1.15).
+    const std::int64_t never = mapi_time_of((days_of({4500, 8, 31}) + 1) * kSecondsOfDay - 60);
+    time("PidLidClipEnd", pattern.end == RecurrenceEnd::never ? never : date_time(pattern.end_date));
 }
 
 // An event of a day, and one whose times name no zone, are the same everywhere.

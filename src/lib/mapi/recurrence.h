@@ -30,7 +30,7 @@ enum RecurrenceChange : std::uint16_t {
     kChangedBody = 0x0200,
 };
 
-inline constexpr std::uint32_t kEndOfTime = 0x5AE980DF;    // the end of what has none: 4500-08-31 23:59
+inline constexpr std::uint32_t kEndOfTime = 0x5AE980DF;    // the end of what has none: 4500-12-31 23:59
 inline constexpr std::uint32_t kMostOccurrences = 40'000;  // a recurrence with more of them counts as endless
 inline constexpr std::size_t kMostExceptions = 1000;
 
