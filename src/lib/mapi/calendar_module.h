@@ -23,11 +23,9 @@
 #include <cstddef>
 
 extern "C" {
-#pragma GCC visibility push(default)
 // Reads `size` bytes of lines. 0: *out holds *out_size bytes, to be given back; anything else: nothing was made.
 int morvane_calendar_read(const char* lines, std::size_t size, char** out, std::size_t* out_size) noexcept;
 void morvane_calendar_release(char* out) noexcept;
-#pragma GCC visibility pop
 }
 
 inline constexpr int kCalendarRead = 0;

@@ -1,26 +1,21 @@
 // Loading the module that reads calendars, and making components of what it answers: see calendar_reader.h.
 #include "mapi/calendar_reader.h"
 
-#include <dlfcn.h>
-#include <sys/auxv.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <array>
 #include <cstdint>
 #include <cstring>
 #include <memory>
+#include <optional>
 
 #include <climits>
 
-#include "er/er.h"
 #include "mapi/calendar_module.h"
+#include "os/module.h"
 
 namespace {
 
-constexpr int kSharedWarning = 24071;
-constexpr std::string_view kModuleName = "/morvane-calendar.so";
+constexpr std::string_view kModuleName = "morvane-calendar";
 
 struct Module {
     decltype(&morvane_calendar_read) read = nullptr;
@@ -28,58 +23,20 @@ struct Module {
     explicit operator bool() const { return read != nullptr && release != nullptr; }
 };
 
-struct ModuleState {
-    bool tried = false;
-    Module module;
-    std::optional<std::string> path;  // instead of the usual ones
-};
-ModuleState& module_state() {
-    static ModuleState state;
-    return state;
-}
-
-// The folder of this program. The link names the file that was started, however it was called.
-std::string program_folder() {
-    std::array<char, PATH_MAX> path;
-    const ssize_t length = ::readlink("/proc/self/exe", path.data(), path.size());
-    if (length <= 0 || static_cast<std::size_t>(length) >= path.size()) return {};
-    const std::string_view program(path.data(), static_cast<std::size_t>(length));
-    return std::string(program.substr(0, program.rfind('/')));
-}
-
-// Code that somebody else can write is not run.
-bool is_safe(const std::string& path) {
-    struct stat found;
-    if (::stat(path.c_str(), &found) != 0 || !S_ISREG(found.st_mode)) return false;
-    return (found.st_uid == 0 || found.st_uid == ::geteuid() || found.st_uid == ::getuid()) &&
-           (found.st_mode & S_IWOTH) == 0;
-}
-
-// The module stays loaded: a process that met one calendar may meet another.
-Module load(const std::string& path) {
-    void* handle = ::dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
-    if (handle == nullptr) {
-        const char* why = ::dlerror();
-        er_LogMsg(5, kSharedGroup, kSharedWarning, "Calendar module cannot be loaded: ", why == nullptr ? path : why);
-        return {};
-    }
-    Module module;
-    module.read = reinterpret_cast<decltype(module.read)>(::dlsym(handle, "morvane_calendar_read"));
-    module.release = reinterpret_cast<decltype(module.release)>(::dlsym(handle, "morvane_calendar_release"));
-    if (!module) er_LogMsg(5, kSharedGroup, kSharedWarning, "Calendar module is another one: ", path);
+// Looked for once: a process without it keeps every calendar as it came.
+std::optional<Module>& loaded_module() {
+    static std::optional<Module> module;
     return module;
 }
 
 const Module& calendar_module() {
-    ModuleState& state = module_state();
-    if (std::exchange(state.tried, true)) return state.module;
-    for (const std::string& path : state.path ? std::vector{*state.path} : calendar_module_paths()) {
-        if (!is_safe(path)) continue;
-        state.module = load(path);
-        if (state.module) return state.module;
-    }
-    er_LogMsg(5, kSharedGroup, kSharedWarning, "Calendar module not found: ", "calendars are kept as attachments");
-    return state.module;
+    std::optional<Module>& loaded = loaded_module();
+    if (loaded) return *loaded;
+    const os_Module module = os_load_module(kModuleName);
+    loaded.emplace();
+    loaded->read = module.function<decltype(morvane_calendar_read)>("morvane_calendar_read");
+    loaded->release = module.function<decltype(morvane_calendar_release)>("morvane_calendar_release");
+    return *loaded;
 }
 
 // The tokens of the module, one after the other. What does not fit together ends them.
@@ -145,20 +102,7 @@ std::string_view CalendarComponent::value(std::string_view wanted) const {
     return property == nullptr ? std::string_view() : std::string_view(property->value);
 }
 
-// A process with more rights than who started it takes the installed module only: a link to its program may stand
-// anywhere.
-std::vector<std::string> calendar_module_paths() {
-    std::vector<std::string> paths;
-    const std::string folder = ::getauxval(AT_SECURE) == 0 ? program_folder() : std::string();
-    if (!folder.empty()) paths.push_back(folder + "/../libexec/morvane" + std::string(kModuleName));
-    paths.push_back(MORVANE_LIBEXEC_DIR + std::string(kModuleName));
-    return paths;
-}
-
-void calendar_set_module_path(std::optional<std::string> path) {
-    module_state() = {};
-    module_state().path = std::move(path);
-}
+void calendar_forget_module() { loaded_module().reset(); }
 
 std::vector<CalendarComponent> read_calendar(std::string_view text) {
     const std::string lines = calendar_lines(text);

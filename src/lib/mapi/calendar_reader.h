@@ -2,7 +2,6 @@
 // to the components and properties that become something, and every length and number in it is bounded.
 #pragma once
 
-#include <optional>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -41,8 +40,5 @@ std::string calendar_lines(std::string_view text);
 // cannot be loaded (which is logged).
 std::vector<CalendarComponent> read_calendar(std::string_view text);
 
-// The paths at which the module is looked for, in order.
-std::vector<std::string> calendar_module_paths();
-// Has another path looked for instead, until it is called with nothing; for tests. The module that was loaded is
-// forgotten.
-void calendar_set_module_path(std::optional<std::string> path);
+// Forgets the module that was loaded, or that was not there: the next calendar looks for it again. For tests.
+void calendar_forget_module();

@@ -7,6 +7,7 @@
 
 #include <gtest/gtest.h>
 
+#include "os/module.h"
 #include "support/log_lines.h"
 
 namespace {
@@ -87,8 +88,8 @@ double seconds_of(Work work) {
     return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
 }
 
-// Fifty megabytes in a line, and ten of much that is small: an answer in a time that grows with the bytes alone. The limit is wide, for sanitizers and
-// busy machines; what is not linear takes hours.
+// Fifty megabytes in a line, and ten of much that is small: an answer in a time that grows with the bytes alone. The
+// limit is wide, for sanitizers and busy machines; what is not linear takes hours.
 TEST(CalendarLines, FiftyMegabytes) {
     constexpr std::size_t size = std::size_t{50} << 20;
     constexpr double limit = 60;
@@ -164,22 +165,14 @@ TEST(CalendarReader, ValuesThatAreNoneAreLeftOut) {
 
 TEST(CalendarReader, AModuleThatIsNotThere) {
     const LogLines log(12);
-    calendar_set_module_path("/nowhere/morvane-calendar.so");
+    calendar_forget_module();
+    os_set_module_folder("/nowhere");
     EXPECT_TRUE(read_calendar(event("UID:a\n")).empty());
     EXPECT_TRUE(read_calendar(event("UID:a\n")).empty());
     EXPECT_EQ(log.all().size(), 1U) << "said once";
-    calendar_set_module_path(std::nullopt);
+    calendar_forget_module();
+    os_set_module_folder(std::nullopt);
     EXPECT_FALSE(read_calendar(event("UID:a\n")).empty());
-}
-
-TEST(CalendarReader, AFileThatIsNoModule) {
-    const LogLines log(12);
-    calendar_set_module_path("/bin/sh");
-    EXPECT_TRUE(read_calendar(event("UID:a\n")).empty());
-    calendar_set_module_path("/usr/lib/x86_64-linux-gnu/libm.so.6");
-    EXPECT_TRUE(read_calendar(event("UID:a\n")).empty()) << "or another one";
-    calendar_set_module_path(std::nullopt);
-    EXPECT_GE(log.all().size(), 2U);
 }
 
 }  // namespace

@@ -8,6 +8,7 @@
 
 #include "mapi/calendar_reader.h"
 #include "mapi/rich_text.h"
+#include "os/module.h"
 #include "support/log_lines.h"
 #include "support/mime.h"
 
@@ -214,9 +215,11 @@ TEST_F(CalendarPart, BadPropertiesAreLoggedAndTheRestGoesOn) {
 
 TEST_F(CalendarPart, AModuleThatIsMissingKeepsTheCalendar) {
     const LogLines log;
-    calendar_set_module_path("/nowhere/x.so");
+    calendar_forget_module();
+    os_set_module_folder("/nowhere");
     const ConvertedMime made = convert("text/calendar", calendar() + ".\n");
-    calendar_set_module_path(std::nullopt);
+    calendar_forget_module();
+    os_set_module_folder(std::nullopt);
     EXPECT_TRUE(made.records.at(0).starts_with("30500 2191 "));
     EXPECT_EQ(made.items, Lines{calendar()});
 }
