@@ -13,6 +13,7 @@ from process import MEGABYTE, SANITIZED, Gateway, check_home
 from queued_mail import queued_mails
 
 MEMORY = 12 * MEGABYTE
+RECORD_NON_DELIVERY = 42200
 BLOCK = MEGABYTE
 
 
@@ -335,9 +336,45 @@ def byte_tests():
     yield "every byte in a body", nul_body
 
 
+# ---- Reports
+
+REPORT_HEADER = (b"Subject: report\nContent-Type: multipart/report; report-type=delivery-status; boundary=b\n\n"
+                 b"--b\nContent-Type: message/delivery-status\n\nOriginal-Envelope-Id: MV0123456789ABCDEF\n\n")
+
+
+def status_blocks(count, last):
+    """Recipients' blocks, the action of the last one as given; a megabyte or so at a time."""
+    for start in range(0, count, 8000):
+        yield b"".join(b"Final-Recipient: rfc822;user%d@x.example\nAction: %s\nStatus: 5.1.1\n\n" %
+                       (number, last if number + 1 == count else b"failed")
+                       for number in range(start, min(count, start + 8000)))
+
+
+def report_of(count, last, recipients):
+    """A report that names so many recipients is native, or mail when the last one is only delayed."""
+    def test():
+        with Home() as home:
+            home.configure('INET_LOCAL_DOMAINS = "example.org"')
+            pieces = [REPORT_HEADER, *status_blocks(count, last), b"--b--\n"]
+            yield from send_text(home, pieces, memory=MEMORY)
+            [message] = [message for entry in home.entries() for message in home.messages(entry)]
+            transfer = home.files_of(message)[0]
+            found = sum(kind == RECORD_NON_DELIVERY for kind, _ in records(transfer.read_bytes()))
+            if found != recipients:
+                yield f"{found} recipients instead of {recipients}"
+    return test
+
+
+def report_tests():
+    yield "report of 50,000 recipients", report_of(50_000, b"failed", 50_000)
+    yield "report of 50,000 recipients, the last one delayed", report_of(50_000, b"delayed", 0)
+    yield "report of 1,000,000 recipients", report_of(1_000_000, b"failed", 1_000_000)
+
+
 def tests():
     yield from command_tests()
     yield from text_tests()
     yield from list_tests()
     yield from inside_tests()
     yield from byte_tests()
+    yield from report_tests()

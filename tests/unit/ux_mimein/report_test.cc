@@ -37,6 +37,12 @@ const std::string kNotification = "--b\nContent-Type: message/delivery-status\n\
 const std::string kOwnId = "Reporting-MTA: dns; m\nOriginal-Envelope-Id: MV0123456789ABCDEF\n\n";
 const std::string kForeignId = "Reporting-MTA: dns; m\nOriginal-Envelope-Id: abc\n\n";
 const std::string kReturned = "--b\nContent-Type: text/rfc822-headers\n\nSubject: back\n";
+const std::string kMessageBack =
+    "--b\nContent-Type: message/rfc822\n\nDate: Fri, 20 Nov 2026 10:00:00 +0000\nSubject: back\n"
+    "Content-Type: multipart/mixed; boundary=i\n\n--i\n\nHello.\n--i\nContent-Type: image/x\n\na\r\nb\n--i--\n\n";
+const std::string kSigned =
+    "--b\nContent-Type: multipart/signed; boundary=s\n\n--s\nContent-Type: text/plain\n\nSigned.\r\n--s\n"
+    "Content-Type: application/x-signature\n\nxyz\n--s--\n";
 const std::string kEnd = "--b--\nepilogue\n.\n";
 
 std::string header(const std::string& type) {
@@ -155,6 +161,83 @@ TEST_F(Reports, TwoFailedAndOneDeliveredAreTwoReportsInOneEntry) {
     EXPECT_EQ(home_.files("data").size(), 4U) << "two messages of two files; the mail's own files are gone";
 }
 
+std::string joined_types(const std::vector<std::string>& records) {
+    std::string types;
+    for (const std::string& record : records) types += record.substr(0, record.find(' ')) + " ";
+    return types;
+}
+
+TEST_F(Reports, TheMessageThatCameBackIsAPackageInTheNonDeliveryReport) {
+    const std::string before = kStatusHeader + kText + kNotification + kOwnId + block("a", "failed", "5.1.1");
+    const auto queued = convert(before + block("b", "delivered", "2.0.0") + kMessageBack + kEnd);
+    ASSERT_EQ(types(queued), "110 100 ");
+    EXPECT_TRUE(queued[0].files.empty()) << "the acknowledgement has none";
+    const std::string shape = joined_types(queued[1].records);
+    EXPECT_TRUE(shape.starts_with("1100 13000 13200 11100 30100 ")) << shape;
+    EXPECT_TRUE(shape.ends_with("39000 40000 42200 ")) << shape;
+    ASSERT_EQ(queued[1].files.size(), 3U) << "the names of its header, its text, its image";
+    EXPECT_EQ(queued[1].files[1], "Hello.");
+    EXPECT_EQ(queued[1].files[2], "a\r\nb") << "its line ends as they came";
+}
+
+TEST_F(Reports, ReturnedMessagesOfAllKinds) {
+    const std::string before = kStatusHeader + kText + kNotification + kOwnId + block("a", "failed", "5.1.1");
+    const std::string part = "--b\nContent-Type: message/rfc822\n\n";
+    struct Row {
+        std::string back;
+        std::size_t packages;
+        const char* why;
+    };
+    const Row rows[] = {
+        {part + kEnd, 1, "nothing at all"},
+        {part + ".\n", 1, "the message ends where it begins"},
+        {part + "Subject: s\n.\n", 1, "... in its header"},
+        {part + "Subject: s\n\nbody\n.\n", 1, "... in its body"},
+        {part +
+             "Content-Type: multipart/report; report-type=delivery-status; boundary=r\n\n--r\n"
+             "Content-Type: message/delivery-status\n\n" +
+             kOwnId + block("z", "failed", "5.1.1") + "--r--\n" + kEnd,
+         1, "a report is no report there"},
+        {part + "Content-Type: message/rfc822\n\nContent-Type: message/rfc822\n\nSubject: s\n\n" + kEnd, 3,
+         "messages in messages"},
+        {"--b\nContent-Type: text/rfc822-headers\n\nSubject: s\n" + kEnd, 0, "only its header came back"},
+        {kEnd, 0, "nothing came back"},
+    };
+    for (const Row& row : rows) {
+        const auto queued = convert(before + row.back);
+        ASSERT_EQ(types(queued), "100 ") << row.why;
+        EXPECT_EQ(of_type(queued[0].records, 42200).size(), 1U) << row.why;
+        std::size_t begun = 0, ended = 0;
+        for (const std::string& record : queued[0].records) {
+            begun += record.starts_with("30100") ? 1 : 0;
+            ended += record.starts_with("39000") ? 1 : 0;
+        }
+        EXPECT_EQ(begun, row.packages) << row.why;
+        EXPECT_EQ(ended, row.packages) << row.why;
+    }
+}
+
+TEST_F(Reports, ARefusedMessageThatCameBackRefusesTheReport) {
+    const std::string back =
+        "--b\nContent-Type: message/rfc822\n\nContent-Type: multipart/mixed; boundary=i\n\n--i\n"
+        "Content-Type: multipart/mixed; boundary=i\n\n--i\n\nx\n--i--\n";
+    ux_InAddArpaRecipToList("<r@here>", "", false, false);
+    const MessageText input(kStatusHeader + kText + kNotification + kOwnId + block("a", "failed", "5.1.1") +
+                            block("b", "delivered", "2.0.0") + back + kEnd);
+    ux_Envelope envelope{.pArpaSender = "", .pEnvid = {}, .ROCWanted = true};
+    try {
+        ux_InConvUnixMsgToMorvane(envelope);
+        ADD_FAILURE() << "a boundary that is not unique was accepted";
+    } catch (const er_Escape& escape) {
+        EXPECT_EQ(escape.reason(), 1428);
+    }
+    ux_InFreeRecipList();
+    EXPECT_TRUE(Q_List("ROUTER").empty());
+    EXPECT_TRUE(home_.files("data").empty()) << "not even the acknowledgement that was finished before";
+    EXPECT_EQ(ux_mime_input().mimfp, nullptr);
+    ux_reset_mime_state();
+}
+
 TEST_F(Reports, OneKindIsOneReport) {
     EXPECT_EQ(types(convert(status_report(block("a", "failed", "5.1.1")))), "100 ");
     EXPECT_EQ(types(convert(status_report(block("a", "expanded", "2.0.0")))), "110 ");
@@ -200,6 +283,14 @@ TEST_F(Reports, WhatIsNotConvertedIsOrdinaryMailJustAsWithoutReports) {
         {kStatusHeader + "--b\n\na\0b\n--b\nContent-Type: image/x\n\nc\0d\n"s + kEnd, "NUL bytes"},
         {kStatusHeader + "--b\n\n" + std::string(5000, 'x') + "\n" + std::string(3000, '\r') + "\n" + kEnd,
          "long lines"},
+        {kStatusHeader + kText + kNotification + kForeignId + failed + kMessageBack + kEnd,
+         "with the message that came back"},
+        {kStatusHeader + kText + kNotification + kForeignId + failed + kMessageBack + ".\n", "... and no closing line"},
+        {kStatusHeader + kText + kNotification + kForeignId + kSigned + kEnd, "with a signed part"},
+        {kStatusHeader + kText + kNotification + kForeignId + kSigned.substr(0, kSigned.find("--s--")) + ".\n",
+         "with a signed part that the end line ends"},
+        {kStatusHeader + kText + kNotification + kOwnId + failed + block("a", "failed", "") + kMessageBack + kEnd,
+         "a block without a status behind a good one"},
         {disposition_report("Final-Recipient: rfc822;a@x\nOriginal-Message-ID: <x@y>\nDisposition: a/b;displayed\n\n"),
          "a notification about a stranger's message"},
         {disposition_report("Final-Recipient: rfc822;a@x\n\n"), "a notification that does not say enough"},
@@ -242,10 +333,13 @@ TEST_F(Reports, TheNameParameterIsTheSubject) {
 }
 
 TEST_F(Reports, CutAnywhereNothingIsQueuedAndNothingLeft) {
-    for (const std::string& report :
-         {status_report(block("a", "failed", "5.1.1")), kStatusHeader + kText + kNotification + kForeignId + kEnd,
-          disposition_report(kRead)})
-        for (std::size_t length = 0; length + 2 < report.size(); length += 1) {
+    const std::string reports[] = {status_report(block("a", "failed", "5.1.1")),
+                                   kStatusHeader + kText + kNotification + kOwnId + block("a", "failed", "5.1.1") +
+                                       block("b", "delivered", "2.0.0") + kMessageBack + kEnd,
+                                   kStatusHeader + kText + kNotification + kForeignId + kMessageBack + kEnd,
+                                   disposition_report(kRead)};
+    for (const std::string& report : reports)
+        for (std::size_t length = 0; length + 2 < report.size(); ++length) {
             ux_InAddArpaRecipToList("<r@here>", "", false, false);
             const MessageText input(report.substr(0, length));
             ux_Envelope envelope{.pArpaSender = "", .pEnvid = {}, .ROCWanted = true};
@@ -256,9 +350,9 @@ TEST_F(Reports, CutAnywhereNothingIsQueuedAndNothingLeft) {
                 EXPECT_EQ(escape.reason(), 1401) << length;
             }
             ux_InFreeRecipList();
-            ASSERT_EQ(Q_List("ROUTER").size(), 0U) << length;
-            ASSERT_TRUE(home_.files("data").empty()) << length;
         }
+    EXPECT_TRUE(home_.files("queues/ROUTER").empty());
+    EXPECT_TRUE(home_.files("data").empty() && home_.files("tmp").empty());
 }
 
 TEST_F(Reports, ACopyThatDoesNotFitLeavesNothing) {
