@@ -4,6 +4,7 @@ import json
 import os
 from pathlib import Path
 
+import native
 from room import ToolTest, run, run_on_terminal, small_message
 
 
@@ -44,6 +45,22 @@ class Queue(ToolTest):
         entry = json.loads(self.succeed("queue", "list", "--json"))[0]
         self.assertEqual([message["subject"] for message in entry["messages"]], ["one", "two"])
         self.assertIn("two\n", self.succeed("queue", "list"))
+
+    def test_reports_are_told_by_what_they_are_about(self):
+        def report(kind):
+            return native.MessageBuilder().record(native.header(1, kind)).record(native.reference("MV0123456789ABCDEF", 13200))
+        self.home.queue(report(110).record(native.acknowledgement("/CN=a")),
+                        report(100).record(native.subject("Undelivered")).record(native.non_delivery("/CN=b", 511)))
+        _, first, second, _ = self.succeed("queue", "list").splitlines()
+        self.assertRegex(first, r" acknowledgement +about MV0123456789ABCDEF$")
+        self.assertRegex(second, r" non-delivery +Undelivered$")
+        messages = json.loads(self.succeed("queue", "list", "--json"))[0]["messages"]
+        self.assertEqual([(message["report"], message["about"]) for message in messages],
+                         [("acknowledgement", "MV0123456789ABCDEF"), ("non-delivery", "MV0123456789ABCDEF")])
+
+    def test_replies_are_no_reports(self):
+        self.home.queue(small_message().record(native.reference("MV0123456789ABCDEF", 13200)))
+        self.assertNotIn("about", self.succeed("queue", "list", "--json"))
 
     def test_life_of_an_entry(self):
         late, urgent = self.home.queue(small_message()), self.home.queue(small_message(), priority=2)

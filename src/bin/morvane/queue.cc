@@ -34,9 +34,23 @@ struct Digest {
     std::string id;
     std::string originator;
     std::string subject;
+    std::string report;  // "acknowledgement" or "non-delivery", when it is one; it has no originator
+    std::string about;   // the message that a report tells about
     std::size_t files = 0;
     std::uint64_t bytes = 0;
 };
+
+constexpr std::int32_t kTold[] = {TFREC_header, TFREC_creator, TFREC_subject, TFREC_in_reply_to};
+constexpr std::int64_t kReportClass = 1;
+
+void take_record(const FieldList& fields, std::int32_t type, Digest& digest) {
+    if (type == TFREC_creator) digest.originator = readable_name(fields.text("name"));
+    if (type == TFREC_subject) digest.subject = readable_subject(fields.text("subject"));
+    if (type == TFREC_in_reply_to) digest.about = fields.text("identifier");
+    if (type != TFREC_header || fields.number("class") != kReportClass) return;
+    const Words words = spell_message_type(fields.number("messageType"));
+    digest.report = words.empty() ? "report" : words.front();
+}
 
 void read_digest(const std::string& path, Digest& digest) {
     ByteFile file = ByteFile::open(path);
@@ -45,12 +59,12 @@ void read_digest(const std::string& path, Digest& digest) {
     bool have_subject = false;
     for (std::size_t i = 0; i < kRecordsLooked && walker.next(place) && (!have_subject || digest.originator.empty());
          ++i) {
-        if (place.wraps > 0 || (place.type != TFREC_creator && place.type != TFREC_subject)) continue;
-        const FieldList fields = read_fields(*find_record(place.type), walker.head(place), place.length);
-        if (place.type == TFREC_creator) digest.originator = readable_name(fields.text("name"));
-        if (place.type == TFREC_subject) digest.subject = readable_subject(fields.text("subject"));
+        const auto told = std::find(std::begin(kTold), std::end(kTold), place.type);
+        if (place.wraps > 0 || told == std::end(kTold)) continue;
+        take_record(read_fields(*find_record(place.type), walker.head(place), place.length), place.type, digest);
         have_subject = have_subject || place.type == TFREC_subject;
     }
+    if (digest.report.empty()) digest.about.clear();  // a reply only answers it
 }
 
 Digest digest_of(const ITEM_REF& ref) {
@@ -90,6 +104,9 @@ Json entry_json(const EntryName& entry, const std::vector<QueuedMessage>& messag
                         {"bytes", digest.bytes},
                         {"originator", lenient_utf8(digest.originator)},
                         {"subject", lenient_utf8(digest.subject)}});
+        if (digest.report.empty()) continue;
+        list.back()["report"] = digest.report;
+        list.back()["about"] = lenient_utf8(digest.about);
     }
     object["messages"] = std::move(list);
     return object;
@@ -106,8 +123,12 @@ void print_entry(const EntryName& entry, const std::vector<QueuedMessage>& messa
         head += padded(entry.taken ? "taken" : "waiting", 8) + padded(priority_word(messages[i].priority), 11);
         head += iso_date(messages[i].seconds, 0).substr(0, 19) + "Z  ";
         out << (i == 0 ? head : std::string(kNameColumn + 2 + 8 + 11 + 22, ' '));
-        out << padded(human_size(digest.bytes), 11) << "  " << padded(clean(digest.originator, 30), 31) << ' '
-            << clean(digest.subject, 60) << '\n';
+        // A report comes from nobody; it is told by its kind and the message that it is about.
+        const std::string& from = digest.report.empty() ? digest.originator : digest.report;
+        const bool untitled = digest.subject.empty() && !digest.about.empty();
+        const std::string what = untitled ? "about " + digest.about : digest.subject;
+        out << padded(human_size(digest.bytes), 11) << "  " << padded(clean(from, 30), 31) << ' ' << clean(what, 60)
+            << '\n';
     }
 }
 
