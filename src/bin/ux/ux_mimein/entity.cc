@@ -89,10 +89,11 @@ void begin(ux_MimeConversion& conversion, ux_MimePart& part, Frames& frames) {
     cvr_SetSteeringFile(kMimeSteering);
     if (ux_mime_state().nestLevel == 0) ux_mime_state().havePnPropsForMsg = false;
 
-    if (std::unique_ptr<ux_MimeFrame> frame = frame_for(conversion, part, frames))
-        frames.push(std::move(frame));
-    else
-        ux_InParseMimeFile(conversion, part);
+    std::unique_ptr<ux_MimeFrame> frame = frame_for(conversion, part, frames);
+    if (!frame) return ux_InParseMimeFile(conversion, part);
+    // Its header waits for the end of what is in it: ten thousand levels must not hold as many buffers.
+    if (part.pContentHdrRef != nullptr) part.pContentHdrRef->set_aside();
+    frames.push(std::move(frame));
 }
 
 }  // namespace

@@ -149,8 +149,6 @@ bool Multipart::enter() {
     markers_.pszPartMarker = "--" + parameters.pszBoundary.value_or("");
     markers_.pszLastPartMarker = markers_.pszPartMarker + "--";
     check_unique();
-    // It waits for the end of what is in it: ten thousand levels must not hold as many buffers.
-    if (entity_.pContentHdrRef != nullptr) entity_.pContentHdrRef->set_aside();
     kind_ = ux_InParseMPSubtype(subtype_, entity_.bInImmediateMsg);
     if (convert_report(parameters.pszReportType.value_or(""))) {
         --ux_mime_state().nestLevel;
