@@ -198,6 +198,17 @@ TEST_F(LinesTest, Commands) {
     }
 }
 
+// Looking for more moves what is there to the front of the buffer, onto where it began when there was little before it.
+TEST_F(LinesTest, ALastLineWithoutALineEndIsItselfWhateverStoodBeforeIt) {
+    for (std::size_t before = 1; before < 40; ++before) {
+        ux_LineReader& reader = over(std::string(before, 'b') + "\nMAIL FROM:<sender@example.com>");
+        EXPECT_EQ(reader.command().text.size(), before);
+        EXPECT_EQ(reader.command().text, "MAIL FROM:<sender@example.com>") << before;
+        TearDown();
+    }
+    EXPECT_EQ(pieces("b\nlast words"), "^b$^last words!1401");
+}
+
 TEST_F(LinesTest, ReturnsAfterACommandAreItsLineEnd) {
     const std::string many(5000, '\r'), longest(kCommandLineLimit, 'x');
     ux_LineReader& reader = over("NOOP" + many + "\nRSET" + many + "x\n" + longest + many + "\nHELO x\r");

@@ -110,7 +110,7 @@ bool ux_LineReader::held_returns(std::size_t limit) {
 bool ux_LineReader::next_piece(std::size_t limit) {
     if (held_returns_ > 0) return held_returns(limit);
     for (;;) {
-        const std::span<char> ahead(buffer_.get() + begin_, std::min(end_ - begin_, limit));
+        std::span<char> ahead(buffer_.get() + begin_, std::min(end_ - begin_, limit));
         const auto* line_feed = static_cast<char*>(std::memchr(ahead.data(), '\n', ahead.size()));
         if (line_feed != nullptr) {
             const auto length = static_cast<std::size_t>(line_feed - ahead.data());
@@ -120,7 +120,10 @@ bool ux_LineReader::next_piece(std::size_t limit) {
             at_start_ = std::exchange(whole_, true);
             return true;
         }
-        if (ahead.size() < limit && fill()) continue;
+        if (ahead.size() < limit) {
+            if (fill()) continue;
+            ahead = {buffer_.get() + begin_, ahead.size()};  // moved, though nothing came
+        }
         if (ahead.empty()) return false;
         begin_ += ahead.size();
         piece_ = ahead.first(without_returns(ahead));
