@@ -19,6 +19,7 @@ ITEM = b"begin 644 a.bin\n" + (b"M" + b"5" * 60 + b"\n") * 400 + b"`\nend\n"
 REPORT = (b"Subject: report\nContent-Type: multipart/report; report-type=delivery-status; boundary=b\n\n"
           b"--b\n\nSorry.\n--b\nContent-Type: message/delivery-status\n\nOriginal-Envelope-Id: foreign\n\n"
           b"--b\n\n" + b"0123456789abcde\n" * 20000 + b"--b--\n")
+PART = b"--b\nContent-Type: application/octet-stream\nContent-Transfer-Encoding: base64\n\n" + b"QUJD" * 19 + b"\n"
 MAILS = {
     "small": b"Subject: small\n\nbody\n",
     "large": b"Subject: large\n" + b"X-Filler: 0123456789\n" * 300 + b"\n" + b"0123456789abcde\n" * 5000,
@@ -29,6 +30,10 @@ MAILS = {
                  b"--b\nContent-Type: application/x-ploxen-distlist\n\nTo: b@example.org\n--b--\n",
     "RFC 1154": b"Encoding: 1 hex, message\n\n4142\n\nSubject: inner\nEncoding: 403 uuencode, message, text\n\n" + ITEM +
                 b"Subject: innermost\nEncoding: 1 text\n\ntext\nrest\n",
+    # Parts that stay in memory until they are attached, and one that does not fit there.
+    "parts": b"MIME-Version: 1.0\nContent-Type: multipart/mixed; boundary=b\n\n" + PART + PART + b"QUJD\n" * 3000 +
+             b"--b\nContent-Type: multipart/alternative; boundary=c\n\n--c\n\nplain\n--c\nContent-Type: text/html; "
+             b"charset=iso-8859-1\n\n<p>\n--c--\n" + PART + b"QUJD" * 19 * 2600 + b"\n" + PART + b"--b--\n",
 }
 
 
