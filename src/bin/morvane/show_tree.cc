@@ -9,6 +9,7 @@
 #include "er/er.h"
 #include "morvane/failure.h"
 #include "morvane/layout.h"
+#include "morvane/meeting.h"
 #include "morvane/show.h"
 #include "morvane/spell.h"
 #include "morvane/text.h"
@@ -21,7 +22,8 @@ namespace {
 constexpr std::size_t kPreviewLines = 8;
 constexpr std::size_t kPreviewWidth = 100;  // characters
 constexpr std::size_t kValueWidth = 400;
-constexpr std::size_t kHeadShown = std::size_t{64} << 10;  // of a record's bytes
+constexpr std::size_t kMeetingLimit = std::size_t{1} << 20;  // of property text that is looked at for people
+constexpr std::size_t kHeadShown = std::size_t{64} << 10;    // of a record's bytes
 constexpr std::size_t kRunShown = 25;  // of names or recipients one after the other, unless all are wanted
 constexpr std::int64_t kDistributionList = 1166;
 constexpr std::int64_t kReportClass = 1;
@@ -84,6 +86,8 @@ private:
     void draw_content(const Node& node, ByteFile& file, Attachments* attachments);
     void draw_object(const Node& node, ByteFile& file);
     void draw_properties(const Node& node, ByteFile& file);
+    void draw_meeting(ByteFile& file, std::uint64_t start, std::uint64_t length);
+    void draw_class(const Node& node);
     void draw_package(const Node& node);
     void draw_recipient(const Node& node);
     void draw_outcome(const Node& node, std::string_view outcome, Words words);
@@ -256,7 +260,21 @@ void RecordTree::draw_properties(const Node& node, ByteFile& file) {
     const bool relations = node.fields.number("relations") != 0;
     put(node, node.row->label,
         join({relations ? "of relations" : "", human_size(text == nullptr ? 0 : text->width - 1)}), false);
-    if (text != nullptr) draw_preview(file, node.place.start + text->at, text->width - (text->cut ? 0 : 1), "");
+    if (text == nullptr) return;
+    const std::uint64_t start = node.place.start + text->at, length = text->width - (text->cut ? 0 : 1);
+    if (!relations) draw_meeting(file, start, length);
+    draw_preview(file, start, length, "");
+}
+
+void RecordTree::draw_meeting(ByteFile& file, std::uint64_t start, std::uint64_t length) {
+    const std::string text(file.bytes(start, static_cast<std::size_t>(std::min<std::uint64_t>(length, kMeetingLimit))));
+    for (const std::string& line : meeting_lines(text))
+        tree_.note(shorten(harmless(line, context_.screen), kValueWidth, context_.screen));
+}
+
+void RecordTree::draw_class(const Node& node) {
+    const std::string_view item_class = node.fields.text("itemClass");
+    put(node, node.row->label, join({clean(item_class), std::string(class_in_words(item_class))}), false);
 }
 
 // The file that a content-file record describes: is it there, is it as large as the record says?
@@ -332,6 +350,7 @@ void RecordTree::draw_record(Node& node, ByteFile& file, Attachments* attachment
         case TFREC_content_file_type: return draw_content(node, file, attachments);
         case TFREC_object_file: return draw_object(node, file);
         case TFREC_mapi_properties: return draw_properties(node, file);
+        case TFREC_item_class: return draw_class(node);
         case TFREC_recipient: return draw_recipient(node);
         case TFREC_acknowledgement: return draw_acknowledgement(node);
         case TFREC_non_delivery: return draw_outcome(node, "not delivered", spell_reason(node.fields.number("reason")));

@@ -427,3 +427,33 @@ std::string time_zone_definition(const ClockYear& clock, std::string_view key_na
     append_change(out, clock.to_daylight);
     return out;
 }
+
+std::optional<ClockYear> read_time_zone_definition(std::string_view definition) {
+    constexpr std::size_t rule_size = 66, biases_at = 22, changes_at = 34, change_size = 16, bias_limit = 24 * 60;
+    if (definition.size() < rule_size || !definition.starts_with("\x02\x01")) return std::nullopt;
+    const std::string_view rule = definition.substr(definition.size() - rule_size);
+    if (!rule.starts_with(std::string_view("\x02\x01\x3E\0", 4))) return std::nullopt;
+    const auto number = [rule](std::size_t at, std::size_t width) {
+        std::uint32_t value = 0;
+        for (std::size_t i = 0; i < width; ++i)
+            value |= static_cast<std::uint32_t>(static_cast<unsigned char>(rule[at + i])) << (8 * i);
+        return value;
+    };
+    const auto minutes = [&](std::size_t at) { return std::int64_t{static_cast<std::int32_t>(number(at, 4))}; };
+    const auto change = [&](std::size_t at) {
+        const auto part = [&](std::size_t index) { return static_cast<int>(number(at + 2 * index, 2)); };
+        const ClockChange made{part(1), part(3), part(2), part(4), part(5)};
+        const bool sound = made.month <= 12 && made.nth >= 1 && made.nth <= 5 && made.weekday <= 6 && made.hour < 24;
+        return sound ? made : ClockChange{};
+    };
+    ClockYear clock;
+    clock.standard = -(minutes(biases_at) + minutes(biases_at + 4)) * 60;
+    clock.daylight = -(minutes(biases_at) + minutes(biases_at + 8)) * 60;
+    clock.to_standard = change(changes_at);
+    clock.to_daylight = change(changes_at + change_size);
+    const auto too_far = [](std::int64_t offset) {
+        return offset / 60 > std::int64_t{bias_limit} || offset / 60 < -std::int64_t{bias_limit};
+    };
+    if (too_far(clock.standard) || too_far(clock.daylight)) return std::nullopt;
+    return clock;
+}

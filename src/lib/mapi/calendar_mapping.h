@@ -32,3 +32,5 @@ std::string global_object_id(std::string_view uid, const std::optional<std::int6
 // PidLidTimeZoneStruct and PidLidAppointmentTimeZoneDefinition... of a zone in a year.
 std::string time_zone_struct(const ClockYear& clock);
 std::string time_zone_definition(const ClockYear& clock, std::string_view key_name, std::int64_t year, bool recurring);
+// The clock of a definition's last rule; none when the bytes are no definition.
+std::optional<ClockYear> read_time_zone_definition(std::string_view definition);

@@ -1,14 +1,14 @@
-// morvane-calendar.so: see calendar_module.h. Nothing here knows the message store; libical's objects stay inside.
-#include "mapi/calendar_module.h"
-
+// The half of morvane-properties.so that reads calendars: see properties_module.h. Nothing here knows the message
+// store; libical's objects stay inside.
 #include <libical/ical.h>
 
-#include <cstdint>
-#include <cstring>
 #include <memory>
 #include <string>
 #include <string_view>
 #include <vector>
+
+#include "mapi/properties_module.h"
+#include "mapi/token_writer.h"
 
 namespace {
 
@@ -28,22 +28,6 @@ struct ReleaseParser {
 using OwnedParser = std::unique_ptr<icalparser, ReleaseParser>;
 
 std::string_view view_of(const char* text) { return text == nullptr ? std::string_view() : std::string_view(text); }
-
-class TokenWriter {
-public:
-    void put(char kind, std::string_view text) {
-        const auto length = static_cast<std::uint32_t>(text.size());
-        char bytes[sizeof length];
-        std::memcpy(bytes, &length, sizeof length);
-        out_ += kind;
-        out_.append(bytes, sizeof bytes);
-        out_.append(text);
-    }
-    const std::string& bytes() const { return out_; }
-
-private:
-    std::string out_;
-};
 
 std::string signed_seconds(int seconds) {
     return (seconds < 0 ? "" : "+") + std::to_string(seconds);  // a negative number has its sign
@@ -143,14 +127,10 @@ int morvane_calendar_read(const char* lines, std::size_t size, char** out, std::
         icalerror_set_errors_are_fatal(false);
         TokenWriter tokens;
         read_lines(tokens, {lines, size});
-        auto bytes = std::make_unique<char[]>(tokens.bytes().size() + 1);
-        std::memcpy(bytes.get(), tokens.bytes().data(), tokens.bytes().size());
-        *out_size = tokens.bytes().size();
-        *out = bytes.release();
-        return kCalendarRead;
+        return tokens.hand_over(out, out_size);
     } catch (...) {
-        return kCalendarFailed;
+        return kTokensFailed;
     }
 }
 
-void morvane_calendar_release(char* out) noexcept { const std::unique_ptr<char[]> owned(out); }
+void morvane_tokens_release(char* out) noexcept { const std::unique_ptr<char[]> owned(out); }

@@ -16,7 +16,7 @@ inline constexpr std::size_t kMostAttendees = 5000;                          // 
 
 struct CalendarProperty {
     std::string name;   // upper case
-    std::string value;  // as calendar_module.h has it
+    std::string value;  // as properties_module.h has it
     std::vector<std::pair<std::string, std::string>> parameters;
 
     std::string_view parameter(std::string_view wanted) const;  // empty when it is not there
@@ -39,6 +39,3 @@ std::string calendar_lines(std::string_view text);
 // The VCALENDARs of `text`; none when it is no calendar, holds no event or task, or the module that reads calendars
 // cannot be loaded (which is logged).
 std::vector<CalendarComponent> read_calendar(std::string_view text);
-
-// Forgets the module that was loaded, or that was not there: the next calendar looks for it again. For tests.
-void calendar_forget_module();

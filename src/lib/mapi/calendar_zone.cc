@@ -103,6 +103,21 @@ std::int64_t yearly_onset(const YearlyChange& change, std::int64_t time, std::in
     return days_of(change_day(change, year)) * kSecondsOfDay + time;
 }
 
+// Of the last change before: when none of this year is, it is the later one of the year before.
+std::int64_t clock_offset(const ClockYear& clock, std::int64_t utc) {
+    if (clock.to_standard.month == 0 || clock.to_daylight.month == 0) return clock.standard;
+    const auto onset = [utc](const ClockChange& change, std::int64_t before) {
+        const YearlyChange yearly{
+            .month = change.month, .nth = change.nth == 5 ? -1 : change.nth, .weekday = change.weekday};
+        return yearly_onset(yearly, change.hour * 3600 + change.minute * 60, year_of(utc)) - before;
+    };
+    const std::int64_t daylight_from = onset(clock.to_daylight, clock.standard);
+    const std::int64_t standard_from = onset(clock.to_standard, clock.daylight);
+    const bool summer = daylight_from < standard_from ? utc >= daylight_from && utc < standard_from
+                                                      : utc >= daylight_from || utc < standard_from;
+    return summer ? clock.daylight : clock.standard;
+}
+
 CalendarZone::CalendarZone(Kind kind, std::string name) : kind_(kind), name_(std::move(name)), key_name_(name_) {}
 CalendarZone CalendarZone::utc() { return {Kind::utc, "UTC"}; }
 CalendarZone CalendarZone::host() { return {Kind::host, ""}; }

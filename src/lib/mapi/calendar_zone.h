@@ -46,6 +46,9 @@ struct ClockYear {
     ClockChange to_standard, to_daylight;
 };
 
+// Seconds east of UTC at a UTC time, of a clock that does the same every year.
+std::int64_t clock_offset(const ClockYear& clock, std::int64_t utc);
+
 class CalendarZone {
 public:
     static CalendarZone utc();

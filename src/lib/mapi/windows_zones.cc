@@ -1,191 +1,195 @@
-// The names of Windows' time zones and the Olson zones that have the same clock: see calendar_zone.h. The first row
-// with an Olson name is the one by which it is found.
-#include <algorithm>
-#include <array>
-
+// The names of Windows' time zones and the Olson zones that have the same clock: see calendar_zone.h. Of several rows
+// with one name the first has the zone by which it is found.
 #include "dstring/ascii.h"
 #include "mapi/calendar_zone.h"
 
 namespace {
 
-struct WindowsZone {
+// One text, NAME "=" OLSON LF: a table of pointers would be relocated with every start of a program.
+// clang-format off
+constexpr std::string_view kWindowsZones =
+    "AUS Central Standard Time=Australia/Darwin\n"
+    "AUS Eastern Standard Time=Australia/Sydney\n"
+    "Afghanistan Standard Time=Asia/Kabul\n"
+    "Alaskan Standard Time=America/Anchorage\n"
+    "Aleutian Standard Time=America/Adak\n"
+    "Altai Standard Time=Asia/Barnaul\n"
+    "Arab Standard Time=Asia/Riyadh\n"
+    "Arabian Standard Time=Asia/Dubai\n"
+    "Arabic Standard Time=Asia/Baghdad\n"
+    "Argentina Standard Time=America/Argentina/Buenos_Aires\n"
+    "Argentina Standard Time=America/Buenos_Aires\n"
+    "Astrakhan Standard Time=Europe/Astrakhan\n"
+    "Atlantic Standard Time=America/Halifax\n"
+    "Aus Central W. Standard Time=Australia/Eucla\n"
+    "Azerbaijan Standard Time=Asia/Baku\n"
+    "Azores Standard Time=Atlantic/Azores\n"
+    "Bahia Standard Time=America/Bahia\n"
+    "Bangladesh Standard Time=Asia/Dhaka\n"
+    "Belarus Standard Time=Europe/Minsk\n"
+    "Bougainville Standard Time=Pacific/Bougainville\n"
+    "Canada Central Standard Time=America/Regina\n"
+    "Cape Verde Standard Time=Atlantic/Cape_Verde\n"
+    "Caucasus Standard Time=Asia/Yerevan\n"
+    "Cen. Australia Standard Time=Australia/Adelaide\n"
+    "Central America Standard Time=America/Guatemala\n"
+    "Central Asia Standard Time=Asia/Almaty\n"
+    "Central Brazilian Standard Time=America/Cuiaba\n"
+    "Central Europe Standard Time=Europe/Budapest\n"
+    "Central Europe Standard Time=Europe/Prague\n"
+    "Central European Standard Time=Europe/Warsaw\n"
+    "Central Pacific Standard Time=Pacific/Guadalcanal\n"
+    "Central Standard Time=America/Chicago\n"
+    "Central Standard Time (Mexico)=America/Mexico_City\n"
+    "Chatham Islands Standard Time=Pacific/Chatham\n"
+    "China Standard Time=Asia/Shanghai\n"
+    "China Standard Time=Asia/Hong_Kong\n"
+    "Cuba Standard Time=America/Havana\n"
+    "Dateline Standard Time=Etc/GMT+12\n"
+    "E. Africa Standard Time=Africa/Nairobi\n"
+    "E. Australia Standard Time=Australia/Brisbane\n"
+    "E. Europe Standard Time=Europe/Chisinau\n"
+    "E. South America Standard Time=America/Sao_Paulo\n"
+    "Easter Island Standard Time=Pacific/Easter\n"
+    "Eastern Standard Time=America/New_York\n"
+    "Eastern Standard Time=America/Toronto\n"
+    "Eastern Standard Time (Mexico)=America/Cancun\n"
+    "Egypt Standard Time=Africa/Cairo\n"
+    "Ekaterinburg Standard Time=Asia/Yekaterinburg\n"
+    "FLE Standard Time=Europe/Kiev\n"
+    "FLE Standard Time=Europe/Helsinki\n"
+    "Fiji Standard Time=Pacific/Fiji\n"
+    "GMT Standard Time=Europe/London\n"
+    "GMT Standard Time=Europe/Dublin\n"
+    "GMT Standard Time=Europe/Lisbon\n"
+    "GTB Standard Time=Europe/Bucharest\n"
+    "GTB Standard Time=Europe/Athens\n"
+    "Georgian Standard Time=Asia/Tbilisi\n"
+    "Greenland Standard Time=America/Godthab\n"
+    "Greenwich Standard Time=Atlantic/Reykjavik\n"
+    "Haiti Standard Time=America/Port-au-Prince\n"
+    "Hawaiian Standard Time=Pacific/Honolulu\n"
+    "India Standard Time=Asia/Calcutta\n"
+    "India Standard Time=Asia/Kolkata\n"
+    "Iran Standard Time=Asia/Tehran\n"
+    "Israel Standard Time=Asia/Jerusalem\n"
+    "Jordan Standard Time=Asia/Amman\n"
+    "Kaliningrad Standard Time=Europe/Kaliningrad\n"
+    "Korea Standard Time=Asia/Seoul\n"
+    "Libya Standard Time=Africa/Tripoli\n"
+    "Line Islands Standard Time=Pacific/Kiritimati\n"
+    "Lord Howe Standard Time=Australia/Lord_Howe\n"
+    "Magadan Standard Time=Asia/Magadan\n"
+    "Magallanes Standard Time=America/Punta_Arenas\n"
+    "Marquesas Standard Time=Pacific/Marquesas\n"
+    "Mauritius Standard Time=Indian/Mauritius\n"
+    "Middle East Standard Time=Asia/Beirut\n"
+    "Montevideo Standard Time=America/Montevideo\n"
+    "Morocco Standard Time=Africa/Casablanca\n"
+    "Mountain Standard Time=America/Denver\n"
+    "Mountain Standard Time (Mexico)=America/Mazatlan\n"
+    "Myanmar Standard Time=Asia/Rangoon\n"
+    "N. Central Asia Standard Time=Asia/Novosibirsk\n"
+    "Namibia Standard Time=Africa/Windhoek\n"
+    "Nepal Standard Time=Asia/Katmandu\n"
+    "New Zealand Standard Time=Pacific/Auckland\n"
+    "Newfoundland Standard Time=America/St_Johns\n"
+    "Norfolk Standard Time=Pacific/Norfolk\n"
+    "North Asia East Standard Time=Asia/Irkutsk\n"
+    "North Asia Standard Time=Asia/Krasnoyarsk\n"
+    "North Korea Standard Time=Asia/Pyongyang\n"
+    "Omsk Standard Time=Asia/Omsk\n"
+    "Pacific SA Standard Time=America/Santiago\n"
+    "Pacific Standard Time=America/Los_Angeles\n"
+    "Pacific Standard Time=America/Vancouver\n"
+    "Pacific Standard Time (Mexico)=America/Tijuana\n"
+    "Pakistan Standard Time=Asia/Karachi\n"
+    "Paraguay Standard Time=America/Asuncion\n"
+    "Qyzylorda Standard Time=Asia/Qyzylorda\n"
+    "Romance Standard Time=Europe/Paris\n"
+    "Romance Standard Time=Europe/Brussels\n"
+    "Romance Standard Time=Europe/Copenhagen\n"
+    "Romance Standard Time=Europe/Madrid\n"
+    "Russia Time Zone 10=Asia/Srednekolymsk\n"
+    "Russia Time Zone 11=Asia/Kamchatka\n"
+    "Russia Time Zone 3=Europe/Samara\n"
+    "Russian Standard Time=Europe/Moscow\n"
+    "SA Eastern Standard Time=America/Cayenne\n"
+    "SA Pacific Standard Time=America/Bogota\n"
+    "SA Western Standard Time=America/La_Paz\n"
+    "SE Asia Standard Time=Asia/Bangkok\n"
+    "Saint Pierre Standard Time=America/Miquelon\n"
+    "Sakhalin Standard Time=Asia/Sakhalin\n"
+    "Samoa Standard Time=Pacific/Apia\n"
+    "Sao Tome Standard Time=Africa/Sao_Tome\n"
+    "Saratov Standard Time=Europe/Saratov\n"
+    "Singapore Standard Time=Asia/Singapore\n"
+    "South Africa Standard Time=Africa/Johannesburg\n"
+    "South Sudan Standard Time=Africa/Juba\n"
+    "Sri Lanka Standard Time=Asia/Colombo\n"
+    "Sudan Standard Time=Africa/Khartoum\n"
+    "Syria Standard Time=Asia/Damascus\n"
+    "Taipei Standard Time=Asia/Taipei\n"
+    "Tasmania Standard Time=Australia/Hobart\n"
+    "Tocantins Standard Time=America/Araguaina\n"
+    "Tokyo Standard Time=Asia/Tokyo\n"
+    "Tomsk Standard Time=Asia/Tomsk\n"
+    "Tonga Standard Time=Pacific/Tongatapu\n"
+    "Transbaikal Standard Time=Asia/Chita\n"
+    "Turkey Standard Time=Europe/Istanbul\n"
+    "Turks And Caicos Standard Time=America/Grand_Turk\n"
+    "US Eastern Standard Time=America/Indianapolis\n"
+    "US Mountain Standard Time=America/Phoenix\n"
+    "UTC=Etc/UTC\n"
+    "UTC+12=Etc/GMT-12\n"
+    "UTC+13=Etc/GMT-13\n"
+    "UTC-02=Etc/GMT+2\n"
+    "UTC-08=Etc/GMT+8\n"
+    "UTC-09=Etc/GMT+9\n"
+    "UTC-11=Etc/GMT+11\n"
+    "Ulaanbaatar Standard Time=Asia/Ulaanbaatar\n"
+    "Venezuela Standard Time=America/Caracas\n"
+    "Vladivostok Standard Time=Asia/Vladivostok\n"
+    "Volgograd Standard Time=Europe/Volgograd\n"
+    "W. Australia Standard Time=Australia/Perth\n"
+    "W. Central Africa Standard Time=Africa/Lagos\n"
+    "W. Europe Standard Time=Europe/Berlin\n"
+    "W. Europe Standard Time=Europe/Amsterdam\n"
+    "W. Europe Standard Time=Europe/Rome\n"
+    "W. Europe Standard Time=Europe/Stockholm\n"
+    "W. Europe Standard Time=Europe/Vienna\n"
+    "W. Europe Standard Time=Europe/Zurich\n"
+    "W. Mongolia Standard Time=Asia/Hovd\n"
+    "West Asia Standard Time=Asia/Tashkent\n"
+    "West Bank Standard Time=Asia/Hebron\n"
+    "West Pacific Standard Time=Pacific/Port_Moresby\n"
+    "Yakutsk Standard Time=Asia/Yakutsk\n"
+    "Yukon Standard Time=America/Whitehorse\n";
+// clang-format on
+
+struct Row {
     std::string_view name, olson;
 };
 
-// clang-format off
-constexpr auto kWindowsZones = std::to_array<WindowsZone>({
-    {"AUS Central Standard Time",       "Australia/Darwin"},
-    {"AUS Eastern Standard Time",       "Australia/Sydney"},
-    {"Afghanistan Standard Time",       "Asia/Kabul"},
-    {"Alaskan Standard Time",           "America/Anchorage"},
-    {"Aleutian Standard Time",          "America/Adak"},
-    {"Altai Standard Time",             "Asia/Barnaul"},
-    {"Arab Standard Time",              "Asia/Riyadh"},
-    {"Arabian Standard Time",           "Asia/Dubai"},
-    {"Arabic Standard Time",            "Asia/Baghdad"},
-    {"Argentina Standard Time",         "America/Argentina/Buenos_Aires"},
-    {"Argentina Standard Time",         "America/Buenos_Aires"},
-    {"Astrakhan Standard Time",         "Europe/Astrakhan"},
-    {"Atlantic Standard Time",          "America/Halifax"},
-    {"Aus Central W. Standard Time",    "Australia/Eucla"},
-    {"Azerbaijan Standard Time",        "Asia/Baku"},
-    {"Azores Standard Time",            "Atlantic/Azores"},
-    {"Bahia Standard Time",             "America/Bahia"},
-    {"Bangladesh Standard Time",        "Asia/Dhaka"},
-    {"Belarus Standard Time",           "Europe/Minsk"},
-    {"Bougainville Standard Time",      "Pacific/Bougainville"},
-    {"Canada Central Standard Time",    "America/Regina"},
-    {"Cape Verde Standard Time",        "Atlantic/Cape_Verde"},
-    {"Caucasus Standard Time",          "Asia/Yerevan"},
-    {"Cen. Australia Standard Time",    "Australia/Adelaide"},
-    {"Central America Standard Time",   "America/Guatemala"},
-    {"Central Asia Standard Time",      "Asia/Almaty"},
-    {"Central Brazilian Standard Time", "America/Cuiaba"},
-    {"Central Europe Standard Time",    "Europe/Budapest"},
-    {"Central Europe Standard Time",    "Europe/Prague"},
-    {"Central European Standard Time",  "Europe/Warsaw"},
-    {"Central Pacific Standard Time",   "Pacific/Guadalcanal"},
-    {"Central Standard Time",           "America/Chicago"},
-    {"Central Standard Time (Mexico)",  "America/Mexico_City"},
-    {"Chatham Islands Standard Time",   "Pacific/Chatham"},
-    {"China Standard Time",             "Asia/Shanghai"},
-    {"China Standard Time",             "Asia/Hong_Kong"},
-    {"Cuba Standard Time",              "America/Havana"},
-    {"Dateline Standard Time",          "Etc/GMT+12"},
-    {"E. Africa Standard Time",         "Africa/Nairobi"},
-    {"E. Australia Standard Time",      "Australia/Brisbane"},
-    {"E. Europe Standard Time",         "Europe/Chisinau"},
-    {"E. South America Standard Time",  "America/Sao_Paulo"},
-    {"Easter Island Standard Time",     "Pacific/Easter"},
-    {"Eastern Standard Time",           "America/New_York"},
-    {"Eastern Standard Time",           "America/Toronto"},
-    {"Eastern Standard Time (Mexico)",  "America/Cancun"},
-    {"Egypt Standard Time",             "Africa/Cairo"},
-    {"Ekaterinburg Standard Time",      "Asia/Yekaterinburg"},
-    {"FLE Standard Time",               "Europe/Kiev"},
-    {"FLE Standard Time",               "Europe/Helsinki"},
-    {"Fiji Standard Time",              "Pacific/Fiji"},
-    {"GMT Standard Time",               "Europe/London"},
-    {"GMT Standard Time",               "Europe/Dublin"},
-    {"GMT Standard Time",               "Europe/Lisbon"},
-    {"GTB Standard Time",               "Europe/Bucharest"},
-    {"GTB Standard Time",               "Europe/Athens"},
-    {"Georgian Standard Time",          "Asia/Tbilisi"},
-    {"Greenland Standard Time",         "America/Godthab"},
-    {"Greenwich Standard Time",         "Atlantic/Reykjavik"},
-    {"Haiti Standard Time",             "America/Port-au-Prince"},
-    {"Hawaiian Standard Time",          "Pacific/Honolulu"},
-    {"India Standard Time",             "Asia/Calcutta"},
-    {"India Standard Time",             "Asia/Kolkata"},
-    {"Iran Standard Time",              "Asia/Tehran"},
-    {"Israel Standard Time",            "Asia/Jerusalem"},
-    {"Jordan Standard Time",            "Asia/Amman"},
-    {"Kaliningrad Standard Time",       "Europe/Kaliningrad"},
-    {"Korea Standard Time",             "Asia/Seoul"},
-    {"Libya Standard Time",             "Africa/Tripoli"},
-    {"Line Islands Standard Time",      "Pacific/Kiritimati"},
-    {"Lord Howe Standard Time",         "Australia/Lord_Howe"},
-    {"Magadan Standard Time",           "Asia/Magadan"},
-    {"Magallanes Standard Time",        "America/Punta_Arenas"},
-    {"Marquesas Standard Time",         "Pacific/Marquesas"},
-    {"Mauritius Standard Time",         "Indian/Mauritius"},
-    {"Middle East Standard Time",       "Asia/Beirut"},
-    {"Montevideo Standard Time",        "America/Montevideo"},
-    {"Morocco Standard Time",           "Africa/Casablanca"},
-    {"Mountain Standard Time",          "America/Denver"},
-    {"Mountain Standard Time (Mexico)", "America/Mazatlan"},
-    {"Myanmar Standard Time",           "Asia/Rangoon"},
-    {"N. Central Asia Standard Time",   "Asia/Novosibirsk"},
-    {"Namibia Standard Time",           "Africa/Windhoek"},
-    {"Nepal Standard Time",             "Asia/Katmandu"},
-    {"New Zealand Standard Time",       "Pacific/Auckland"},
-    {"Newfoundland Standard Time",      "America/St_Johns"},
-    {"Norfolk Standard Time",           "Pacific/Norfolk"},
-    {"North Asia East Standard Time",   "Asia/Irkutsk"},
-    {"North Asia Standard Time",        "Asia/Krasnoyarsk"},
-    {"North Korea Standard Time",       "Asia/Pyongyang"},
-    {"Omsk Standard Time",              "Asia/Omsk"},
-    {"Pacific SA Standard Time",        "America/Santiago"},
-    {"Pacific Standard Time",           "America/Los_Angeles"},
-    {"Pacific Standard Time",           "America/Vancouver"},
-    {"Pacific Standard Time (Mexico)",  "America/Tijuana"},
-    {"Pakistan Standard Time",          "Asia/Karachi"},
-    {"Paraguay Standard Time",          "America/Asuncion"},
-    {"Qyzylorda Standard Time",         "Asia/Qyzylorda"},
-    {"Romance Standard Time",           "Europe/Paris"},
-    {"Romance Standard Time",           "Europe/Brussels"},
-    {"Romance Standard Time",           "Europe/Copenhagen"},
-    {"Romance Standard Time",           "Europe/Madrid"},
-    {"Russia Time Zone 10",             "Asia/Srednekolymsk"},
-    {"Russia Time Zone 11",             "Asia/Kamchatka"},
-    {"Russia Time Zone 3",              "Europe/Samara"},
-    {"Russian Standard Time",           "Europe/Moscow"},
-    {"SA Eastern Standard Time",        "America/Cayenne"},
-    {"SA Pacific Standard Time",        "America/Bogota"},
-    {"SA Western Standard Time",        "America/La_Paz"},
-    {"SE Asia Standard Time",           "Asia/Bangkok"},
-    {"Saint Pierre Standard Time",      "America/Miquelon"},
-    {"Sakhalin Standard Time",          "Asia/Sakhalin"},
-    {"Samoa Standard Time",             "Pacific/Apia"},
-    {"Sao Tome Standard Time",          "Africa/Sao_Tome"},
-    {"Saratov Standard Time",           "Europe/Saratov"},
-    {"Singapore Standard Time",         "Asia/Singapore"},
-    {"South Africa Standard Time",      "Africa/Johannesburg"},
-    {"South Sudan Standard Time",       "Africa/Juba"},
-    {"Sri Lanka Standard Time",         "Asia/Colombo"},
-    {"Sudan Standard Time",             "Africa/Khartoum"},
-    {"Syria Standard Time",             "Asia/Damascus"},
-    {"Taipei Standard Time",            "Asia/Taipei"},
-    {"Tasmania Standard Time",          "Australia/Hobart"},
-    {"Tocantins Standard Time",         "America/Araguaina"},
-    {"Tokyo Standard Time",             "Asia/Tokyo"},
-    {"Tomsk Standard Time",             "Asia/Tomsk"},
-    {"Tonga Standard Time",             "Pacific/Tongatapu"},
-    {"Transbaikal Standard Time",       "Asia/Chita"},
-    {"Turkey Standard Time",            "Europe/Istanbul"},
-    {"Turks And Caicos Standard Time",  "America/Grand_Turk"},
-    {"US Eastern Standard Time",        "America/Indianapolis"},
-    {"US Mountain Standard Time",       "America/Phoenix"},
-    {"UTC",                             "Etc/UTC"},
-    {"UTC+12",                          "Etc/GMT-12"},
-    {"UTC+13",                          "Etc/GMT-13"},
-    {"UTC-02",                          "Etc/GMT+2"},
-    {"UTC-08",                          "Etc/GMT+8"},
-    {"UTC-09",                          "Etc/GMT+9"},
-    {"UTC-11",                          "Etc/GMT+11"},
-    {"Ulaanbaatar Standard Time",       "Asia/Ulaanbaatar"},
-    {"Venezuela Standard Time",         "America/Caracas"},
-    {"Vladivostok Standard Time",       "Asia/Vladivostok"},
-    {"Volgograd Standard Time",         "Europe/Volgograd"},
-    {"W. Australia Standard Time",      "Australia/Perth"},
-    {"W. Central Africa Standard Time", "Africa/Lagos"},
-    {"W. Europe Standard Time",         "Europe/Berlin"},
-    {"W. Europe Standard Time",         "Europe/Amsterdam"},
-    {"W. Europe Standard Time",         "Europe/Rome"},
-    {"W. Europe Standard Time",         "Europe/Stockholm"},
-    {"W. Europe Standard Time",         "Europe/Vienna"},
-    {"W. Europe Standard Time",         "Europe/Zurich"},
-    {"W. Mongolia Standard Time",       "Asia/Hovd"},
-    {"West Asia Standard Time",         "Asia/Tashkent"},
-    {"West Bank Standard Time",         "Asia/Hebron"},
-    {"West Pacific Standard Time",      "Pacific/Port_Moresby"},
-    {"Yakutsk Standard Time",           "Asia/Yakutsk"},
-    {"Yukon Standard Time",             "America/Whitehorse"},
-});
-// clang-format on
+// The first row that `wanted` takes; an empty one when none does.
+template <class Wanted>
+Row find_row(Wanted wanted) {
+    for (std::string_view rest = kWindowsZones; !rest.empty();) {
+        const std::string_view line = rest.substr(0, rest.find('\n'));
+        rest.remove_prefix(line.size() + 1);
+        const std::size_t equals = line.find('=');
+        const Row row{line.substr(0, equals), line.substr(equals + 1)};
+        if (wanted(row)) return row;
+    }
+    return {};
+}
 
 }  // namespace
 
 std::string_view olson_of_windows(std::string_view name) {
-    const auto* row = std::find_if(kWindowsZones.begin(), kWindowsZones.end(), [name](const WindowsZone& candidate) {
-        return dstring_equal_ignoring_case(candidate.name, name);
-    });
-    return row == kWindowsZones.end() ? std::string_view() : row->olson;
+    return find_row([name](const Row& row) { return dstring_equal_ignoring_case(row.name, name); }).olson;
 }
 
 std::string_view windows_of_olson(std::string_view name) {
-    const auto* row = std::find_if(kWindowsZones.begin(), kWindowsZones.end(), [name](const WindowsZone& candidate) {
-        return dstring_equal_ignoring_case(candidate.olson, name);
-    });
-    return row == kWindowsZones.end() ? std::string_view() : row->name;
+    return find_row([name](const Row& row) { return dstring_equal_ignoring_case(row.olson, name); }).name;
 }

@@ -7,6 +7,7 @@
 
 #include <gtest/gtest.h>
 
+#include "mapi/token_reader.h"
 #include "os/module.h"
 #include "support/log_lines.h"
 
@@ -165,12 +166,12 @@ TEST(CalendarReader, ValuesThatAreNoneAreLeftOut) {
 
 TEST(CalendarReader, AModuleThatIsNotThere) {
     const LogLines log(12);
-    calendar_forget_module();
+    forget_properties_module();
     os_set_module_folder("/nowhere");
     EXPECT_TRUE(read_calendar(event("UID:a\n")).empty());
     EXPECT_TRUE(read_calendar(event("UID:a\n")).empty());
     EXPECT_EQ(log.all().size(), 1U) << "said once";
-    calendar_forget_module();
+    forget_properties_module();
     os_set_module_folder(std::nullopt);
     EXPECT_FALSE(read_calendar(event("UID:a\n")).empty());
 }

@@ -8,6 +8,7 @@
 
 #include "mapi/calendar_reader.h"
 #include "mapi/rich_text.h"
+#include "mapi/token_reader.h"
 #include "os/module.h"
 #include "support/log_lines.h"
 #include "support/mime.h"
@@ -215,13 +216,15 @@ TEST_F(CalendarPart, BadPropertiesAreLoggedAndTheRestGoesOn) {
 
 TEST_F(CalendarPart, AModuleThatIsMissingKeepsTheCalendar) {
     const LogLines log;
-    calendar_forget_module();
+    forget_properties_module();
     os_set_module_folder("/nowhere");
     const ConvertedMime made = convert("text/calendar", calendar() + ".\n");
-    calendar_forget_module();
+    const ConvertedMime properties = convert("application/ploxen-prop", std::string(kProperties) + ".\n");
+    forget_properties_module();
     os_set_module_folder(std::nullopt);
     EXPECT_TRUE(made.records.at(0).starts_with("30500 2191 "));
     EXPECT_EQ(made.items, Lines{calendar()});
+    EXPECT_EQ(properties.items, Lines{std::string(kProperties)}) << "a property part too";
 }
 
 TEST_F(CalendarPart, APartWithoutANumberIsNotConverted) {

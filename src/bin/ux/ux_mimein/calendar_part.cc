@@ -13,6 +13,7 @@
 #include "mapi/calendar.h"
 #include "mapi/property_xml.h"
 #include "mapi/rich_text.h"
+#include "mapi/token_reader.h"
 #include "mim/content_type.h"
 #include "mim/encoded_words.h"
 #include "os/os.h"
@@ -155,9 +156,9 @@ PropertyPart find_properties(ux_MimeConversion& conversion, const ux_MimePart& e
     PropertyPart found;
     ux_MimeState& state = ux_mime_state();
     if (state.havePnPropsForMsg || entity.tfDistListPos < 0) return found;
-    found.GotPloxenMapiProps = is_property_part(leaf);
-    if (found.GotPloxenMapiProps || state.IcalNowAttachment || !is_calendar(leaf) ||
-        !cust_GetBoolean("INET_ICAL_2_MAPI", true))
+    const bool is_properties = is_property_part(leaf);
+    found.GotPloxenMapiProps = is_properties && have_properties_module();  // without it nothing is lost
+    if (is_properties || state.IcalNowAttachment || !is_calendar(leaf) || !cust_GetBoolean("INET_ICAL_2_MAPI", true))
         return found;
     convert_calendar(entity, leaf, found);
     settle_alternative(conversion, entity, found);
