@@ -89,8 +89,11 @@ std::string without_what_changes(const std::string& bytes) {
     tf_File file = tf_open(std::move(item));
     std::string kept;
     tf_Record record;
-    while (tf_ReadRecord(file, record))
-        if (record.type() != TFREC_creation_date) kept += record.bytes();
+    while (tf_ReadRecord(file, record)) {
+        tf_Record inner = record;  // a message inside that has no date gets that of now as well
+        if (record.type() == TFREC_wrapped) tf_ChangeFromWrapRec(inner);
+        if (inner.type() != TFREC_creation_date) kept += record.bytes();
+    }
     return kept;
 }
 
