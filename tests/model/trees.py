@@ -412,12 +412,12 @@ class Writer:
         self.separate(level, part, b"--")
 
     def separate(self, level, part, dashes):
-        """A boundary line: behind a leaf it may carry blanks, behind a multipart it may be in any case."""
+        """A boundary line: behind a leaf it may carry blanks; behind a multipart, and to close, it may be in any case."""
         marker = level.marker + dashes
+        if self.rarely(0.1) and (dashes or not self.is_leaf(part, level)):
+            marker = marker.swapcase()
         if self.rarely(0.1) and self.is_leaf(part, level):
             marker += self.pick((b" ", b"\t", b" \t "))
-        elif self.rarely(0.1) and not self.is_leaf(part, level):
-            marker = marker.swapcase()
         self.line(marker)
 
     def is_leaf(self, part, level):
