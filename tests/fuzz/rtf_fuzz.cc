@@ -13,7 +13,7 @@
 
 namespace {
 
-constexpr std::size_t kLongest = 4000;  // of which at most 36,000 bytes come
+constexpr std::size_t kLongest = 1000;  // of which at most 9,000 bytes come
 
 void must(bool holds) {
     if (!holds) std::abort();

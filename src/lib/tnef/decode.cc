@@ -127,6 +127,12 @@ std::string clean_label(std::string label) {
     return std::any_of(label.begin(), label.end(), is_bad) ? std::string() : label;
 }
 
+// What the mail system makes itself: no sender's label makes a file of his one of those.
+bool is_own_code(std::int32_t code) {
+    constexpr std::int32_t address_list = 1166, first_property_part = 3100, last_property_part = 3109;
+    return code == address_list || (code >= first_property_part && code <= last_property_part);
+}
+
 bool is_text_code(std::int32_t code) {
     return code == kPlainTextCode || code == kOtherSetTextCode || code == kHtmlCode;
 }
@@ -522,6 +528,7 @@ private:
         const mim_QNType by_type = mim_MimeToQNType(has_tag ? tag : kAnyType, name);
         std::int32_t code = by_type.lQNFileCode;
         if (code == kBinaryCode) code = mim_FileExtToQNType(name).value_or(kBinaryCode);
+        if (is_own_code(code)) code = kBinaryCode;
         std::string type(has_tag ? tag : kAnyType);
         if (!has_tag && code == kHtmlCode) type = "text/html";
         if (!has_tag && (code == kPlainTextCode || code == kOtherSetTextCode)) type = "text/plain";

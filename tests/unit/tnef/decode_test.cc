@@ -28,6 +28,8 @@ constexpr char kTypes[] = R"(type = [
     { mime = "text/html", code = 2133, extensions = ["html"] },
     { mime = "application/pdf", code = 77, extensions = ["pdf"] },
     { mime = "application/x-zero", code = 0, extensions = [] },
+    { mime = "application/ploxen-prop", code = 3100, extensions = ["prop"] },
+    { mime = "application/x-ploxen-distlist", code = 1166, extensions = [] },
     { mime = "application/ms-tnef", code = 1734, extensions = ["tnef"] },
 ])";
 
@@ -297,6 +299,9 @@ TEST_F(Decode, TypesOfAttachments) {
         {"a", "application/x-unknown", "x", 0, "application/x-unknown", ""},
         {"a.pdf", "no type", "x", 77, "application/octet-stream", ""},
         {"a.pdf", "image/\xC3\xA9", "x", 77, "application/octet-stream", ""},
+        {"a.dat", "application/x-ploxen-distlist", "x", 0, "application/x-ploxen-distlist", ""},
+        {"a.prop", "", "x", 0, "application/octet-stream", ""},
+        {"a.tnef", "", "x", 1734, "application/octet-stream", ""},
         {"a.txt", "", "ascii", 1167, "text/plain; charset=US-ASCII", "IA5"},
         {"a.txt", "", "caf\xC3\xA9", 1736, "text/plain; charset=UTF-8", "UTF8"},
         {"a.txt", "", "caf\xE9", 1736, "text/plain; charset=windows-1252", "WIN1252"},
