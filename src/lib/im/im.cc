@@ -207,6 +207,15 @@ im_Item im_create(im_Domain domain, std::string_view extension) {
     return item;
 }
 
+im_Item im_open(const ITEM_REF& ref) {
+    im_Item item;
+    item.ref_ = ref;
+    item.fd_ = os_open(im_ItemRef2FName(ref), O_RDWR);
+    item.size_ = os_fsize(item.fd_.get());
+    item.on_disk_ = item.kept_ = true;
+    return item;
+}
+
 im_Item im_create_unnamed() {
     im_Item item = im_create(im_Domain::temporary, kScratchItem);
     item.unnamed_ = true;

@@ -108,6 +108,7 @@ public:
 
 private:
     friend im_Item im_create(im_Domain, std::string_view);
+    friend im_Item im_open(const ITEM_REF&);
     friend im_Item im_create_unnamed();
     std::uint64_t in_file() const { return size_ - used_; }
     void drop() noexcept;
@@ -132,6 +133,9 @@ im_Item im_create(im_Domain domain, std::string_view extension);
 // One that is only read again by whoever made it: the store never sees it, and what outgrows memory is a file without
 // a name. It cannot be placed (EINVAL).
 im_Item im_create_unnamed();
+// An item that is a file already and belongs to somebody else (a message that it is attached to): the handle leaves it
+// there when it ends. What is written to it is in the file once it has been placed. Raises when there is no such file.
+im_Item im_open(const ITEM_REF& ref);
 inline im_Item im_CrNewDataItem() { return im_create(im_Domain::data, kDataItem); }
 
 // Makes placed items and the folders that name them durable, and what `others` (open descriptors) hold, with one wait:

@@ -26,6 +26,7 @@ void tnef_Decode(Msg_File& MsgHandle, tf_File& TfHandle, const im_Item& stream, 
 
 // Gives the entries of a distribution list (22000 to 22440) whose address the recipient table of `stream` names its
 // display name as CN. An address is an entry's when it becomes the same native name, or is its Internet address (field
-// 130). The first row that names an entry holds. The list is rewritten in place. Raises as above; the list then is as
-// it was, unless the system failed while it was rewritten.
+// 130). The first row that names an entry holds. The list is rewritten in place: one that is attached already is opened
+// with im_open and placed afterwards. Raises as above; the list then is as it was, unless the system failed while it
+// was rewritten.
 void tnef_UpdateDL(im_Item& list, const im_Item& stream, const mim_Mapping& mapping);

@@ -769,4 +769,27 @@ TEST_F(Im, ADomainOnAnotherFileSystemIsSyncedToo) {
     if (here.st_dev == there.st_dev) GTEST_SKIP() << "one file system only";
 }
 
+// --- items of others ------------------------------------------------------------------------------------------------
+
+TEST_F(Im, AnItemThatIsThereIsReadAndRewrittenAndLeft) {
+    im_Item made = im_CrNewDataItem();
+    made.write("old content");
+    made.place();
+    const ITEM_REF ref = made.ref();
+    {
+        im_Item opened = im_open(ref);
+        EXPECT_EQ(opened.ref(), ref);
+        EXPECT_EQ(content(opened), "old content");
+        opened.truncate(4);
+        const std::string more = pattern(3 * kKeptInMemory);
+        opened.write(more);
+        opened.place();
+        EXPECT_TRUE(home_.read_path(im_ItemRef2FName(ref)) == "old " + more);
+    }
+    { const im_Item again = im_open(ref); }
+    EXPECT_EQ(files().size(), 1U) << "it is its maker's to delete";
+    made.unlink();
+    EXPECT_EQ(reason_of([&] { im_open(ref); }), ENOENT);
+}
+
 }  // namespace

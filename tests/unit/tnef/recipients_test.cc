@@ -152,6 +152,19 @@ TEST_F(UpdateDL, AListThatIsAFileKeepsItsReference) {
     EXPECT_EQ(after.back(), "/CN=N/DD.RFC-822=u9999(a)x.example");
 }
 
+TEST_F(UpdateDL, AListThatIsAttachedIsOpenedRewrittenAndPlaced) {
+    Msg_File message = Msg_CreateFile("");
+    im_Item made = list_of({"/DD.RFC-822=a(a)x.y"});
+    const ITEM_REF ref = made.ref();
+    Msg_AttachFile(message, std::move(made));
+    {
+        im_Item list = im_open(ref);
+        update(list, stream_of({row({"A", "SMTP", "a@x.y"})}));
+        list.place();
+    }
+    EXPECT_EQ(names_of(im_open(ref)), Lines{"/CN=A/DD.RFC-822=a(a)x.y"});
+}
+
 TEST_F(UpdateDL, ADamagedStreamChangesNothing) {
     const std::string stream = stream_of({row({"A", "SMTP", "a@x.y"})});
     for (std::size_t size = 0; size < stream.size(); ++size) {
