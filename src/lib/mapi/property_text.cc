@@ -3,8 +3,11 @@
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <charconv>
 #include <cmath>
+#include <cstdio>
+#include <cstdlib>
 #include <limits>
 #include <system_error>
 #include <utility>
@@ -52,6 +55,56 @@ void append_number(std::string& out, Number value) {
     std::array<char, 40> digits{};
     const auto end = std::to_chars(digits.data(), digits.data() + digits.size(), value).ptr;
     out.append(digits.data(), end);
+}
+
+// The decimal of a text, as strtof(3) or strtod(3) reads it: their locale is "C" here. from_chars and to_chars for
+// these numbers want the mathematics library, which would be loaded with every start of a program.
+template <class Number>
+Number nearest(const char* text, char** end) {
+    if constexpr (sizeof(Number) == sizeof(float))
+        return std::strtof(text, end);
+    else
+        return std::strtod(text, end);
+}
+
+// DIGITS, a point behind the first, as a decimal: in whichever form is shorter, without an exponent when both are
+// alike.
+std::string decimal(std::string digits, int exponent) {
+    std::string scientific = digits.substr(0, 1);
+    if (digits.size() > 1) scientific.append(".").append(digits, 1);
+    const std::string power = std::to_string(std::abs(exponent));
+    scientific.append(exponent < 0 ? "e-" : "e+").append(power.size() < 2 ? "0" : "").append(power);
+    const auto count = static_cast<int>(digits.size());
+    if (exponent < 0)
+        digits.insert(0, "0." + std::string(static_cast<std::size_t>(-exponent - 1), '0'));
+    else if (exponent + 1 < count)
+        digits.insert(static_cast<std::size_t>(exponent) + 1, ".");
+    else
+        digits.append(static_cast<std::size_t>(exponent + 1 - count), '0');
+    return digits.size() <= scientific.size() ? digits : scientific;
+}
+
+// The shortest decimal that is the same number.
+template <class Number>
+void append_floating(std::string& out, Number value) {
+    if (std::signbit(value)) out += '-';
+    if (!std::isfinite(value)) return void(out += std::isnan(value) ? "nan" : "inf");
+    std::array<char, 40> text{};
+    constexpr int most_digits = std::numeric_limits<Number>::max_digits10;
+    for (int digits = 1; digits <= most_digits; ++digits) {  // "d.ddde+dd"
+        std::snprintf(text.data(), text.size(), "%.*e", digits - 1, static_cast<double>(std::fabs(value)));
+        if (nearest<Number>(text.data(), nullptr) == std::fabs(value)) break;
+    }
+    const std::string_view all(text.data());
+    const std::size_t e = all.find('e');
+    std::string digits(all.substr(0, 1));
+    if (e > 2) digits.append(all.substr(2, e - 2));
+    std::string shown = decimal(digits, std::atoi(text.data() + e + 1));
+    if (shown.find_first_of(".e") == std::string::npos) {  // a whole number is told whole
+        std::snprintf(text.data(), text.size(), "%.0f", static_cast<double>(std::fabs(value)));
+        shown = text.data();
+    }
+    out += shown;
 }
 
 void append_padded(std::string& out, std::int64_t value, std::size_t width) {
@@ -219,9 +272,9 @@ void append_value(std::string& out, mapi_Type type, const mapi_Value& value, boo
         case unicode:
         case string8: return escaped ? append_escaped(out, value.bytes) : void(out += value.bytes);
         case boolean: return void(out += value.number != 0 ? "true" : "false");
-        case floating32: return append_number(out, static_cast<float>(value.real));
+        case floating32: return append_floating(out, static_cast<float>(value.real));
         case floating64:
-        case floating_time: return append_number(out, value.real);
+        case floating_time: return append_floating(out, value.real);
         case time: return append_time(out, value.number);
         case guid: return void(out += mapi_guid_text(guid_of(value.bytes)));
         case error: return append_hex32(out, static_cast<std::uint32_t>(value.number));
@@ -246,11 +299,20 @@ std::optional<mapi_Value> read_integer(std::string_view text) {
     return mapi_Value{.number = *number, .bytes = {}};
 }
 
+// A sign is a "-", and what is too large, or too small to be told from 0, is none.
 template <class Number>
 std::optional<mapi_Value> read_floating(std::string_view text) {
-    const auto number = read_whole<Number>(text);
-    if (!number) return std::nullopt;
-    return mapi_Value{.real = *number, .bytes = {}};
+    constexpr std::string_view not_decimal = "xXpP(";
+    if (text.empty() || text.find_first_of(not_decimal) != std::string_view::npos) return std::nullopt;
+    const char first = text.front() == '-' && text.size() > 1 ? text[1] : text.front();
+    if (first <= ' ' || first == '+') return std::nullopt;
+    const std::string digits(text);
+    char* end = nullptr;
+    errno = 0;
+    const auto number = nearest<Number>(digits.c_str(), &end);
+    if (end != digits.c_str() + digits.size()) return std::nullopt;
+    if (errno == ERANGE && (number == 0 || std::isinf(number))) return std::nullopt;
+    return mapi_Value{.real = number, .bytes = {}};
 }
 
 std::optional<mapi_Value> number_of(std::optional<std::int64_t> number) {
