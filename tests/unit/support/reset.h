@@ -12,6 +12,10 @@
 #include "ux_in/part_info.h"
 #include "ux_in/recipients.h"
 #include "ux_in/records.h"
+#include "ux_mimein/mail_input.h"
+#include "ux_mimein/mime_part.h"
+#include "ux_mimein/report_recipients.h"
+#include "ux_mimein/subjects.h"
 
 class FreshGateway {
 public:
@@ -32,6 +36,10 @@ private:
         ux_reset_part_info();
         ux_reset_header();
         ux_reset_driver();
+        ux_reset_mime_input();
+        ux_reset_mime_state();
+        ux_reset_report();
+        ux_reset_subjects();
         inet_reset();
         nm_reset();
     }
