@@ -25,7 +25,6 @@ Msg_File Msg_CreateFile(std::string_view route) {
 }
 
 void Msg_AttachFile(Msg_File& message, im_Item item) { message.attach(std::move(item)); }
-void Msg_ReplaceFile(Msg_File& message, im_Item item, std::size_t number) { message.replace(std::move(item), number); }
 
 Msg_File::Msg_File(Msg_File&& other) noexcept { *this = std::move(other); }
 
@@ -63,14 +62,6 @@ void Msg_File::attach(im_Item item) {
 const ITEM_REF& Msg_File::file(std::size_t number) const {
     if (number == 0 || number > files_.size()) er_SystemEscape(EINVAL, "attached file " + std::to_string(number));
     return files_[number - 1];
-}
-
-void Msg_File::replace(im_Item item, std::size_t number) {
-    const ITEM_REF old = file(number);
-    item.place();
-    files_[number - 1] = item.ref();
-    item.keep();
-    unlink_quietly(old);
 }
 
 void Msg_File::finish(tf_File main) {

@@ -23,10 +23,8 @@ public:
     const ITEM_REF& ref() const { return item_.ref(); }
     std::size_t attached() const { return files_.size(); }
 
-    void attach(im_Item item);  // places it: it is a file from now on
-    // An attached file, by its number from 1, and another in its place, which is deleted. EINVAL: there is none.
-    const ITEM_REF& file(std::size_t number) const;
-    void replace(im_Item item, std::size_t number);
+    void attach(im_Item item);                       // places it: it is a file from now on
+    const ITEM_REF& file(std::size_t number) const;  // an attached file, by its number from 1; EINVAL: there is none
     // Puts the main transfer file first, writes the message file and places everything. Nothing is synced.
     void finish(tf_File main);
     void list_files(std::vector<ITEM_REF>& files) const;  // appends its own, the main and the attached ones
@@ -47,4 +45,3 @@ private:
 Msg_File Msg_CreateFile(std::string_view route);
 void Msg_AttachFile(Msg_File& message, im_Item item);
 inline const ITEM_REF& Msg_GetFile(const Msg_File& message, std::size_t number) { return message.file(number); }
-void Msg_ReplaceFile(Msg_File& message, im_Item item, std::size_t number);

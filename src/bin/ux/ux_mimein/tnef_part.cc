@@ -42,15 +42,11 @@ void save_copy(const im_Item& item) {
     }
 }
 
-// The address lists are the message's first attached file; they are read, changed and attached anew.
+// The address lists are the message's first attached file; they are rewritten where they are.
 void update_lists(ux_MimeConversion& conversion, const im_Item& stream) {
-    im_Item lists = im_CrNewDataItem();
-    const os_Fd file = os_open(im_ItemRef2FName(Msg_GetFile(conversion.MsgHandle, kAddressLists)), O_RDONLY);
-    const auto block = std::make_unique_for_overwrite<char[]>(kBlock);
-    while (const std::size_t got = os_read(file.get(), block.get(), kBlock))
-        lists.write(std::string_view(block.get(), got));
+    im_Item lists = im_open(Msg_GetFile(conversion.MsgHandle, kAddressLists));
     tnef_UpdateDL(lists, stream, ux_directory());
-    Msg_ReplaceFile(conversion.MsgHandle, std::move(lists), kAddressLists);
+    lists.place();
 }
 
 void keep_as_text(ux_LeafPart& leaf) {
