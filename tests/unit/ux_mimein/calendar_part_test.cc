@@ -1,6 +1,7 @@
 // Calendar and property parts in messages: what becomes of the part, of the text beside it and of the records.
 #include "ux_mimein/calendar_part.h"
 
+#include <algorithm>
 #include <string>
 #include <vector>
 
@@ -104,6 +105,27 @@ TEST_F(CalendarPart, ATextWithoutTheSeparatorIsKept) {
     process_.restart();
     const std::string no_line = "x" + std::string(kStars) + "\n";
     EXPECT_EQ(alternative(no_line, calendar("Gespräch")).items, Lines{no_line}) << "it is a line of its own";
+}
+
+TEST_F(CalendarPart, AnAlternativeOfSeveralFilesIsKept) {
+    const auto convert_with = [this](std::string_view more) {
+        process_.restart_with("INET_ICAL_NO_CONV_AFTER_PART_ONE = false\n");
+        return convert("multipart/alternative; boundary=b",
+                       "--b\nContent-Type: multipart/mixed; boundary=c\n\n--c\nContent-Type: text/plain\n\n" +
+                           told("Gespr?ch") + "\n" + std::string(more) +
+                           "--c--\n--b\nContent-Type: text/calendar; charset=utf-8\n\n" + calendar("Gespräch") +
+                           "\n--b--\n.\n");
+    };
+    const auto files = [](const ConvertedMime& made) {
+        return std::count_if(made.records.begin(), made.records.end(),
+                             [](const std::string& line) { return line.starts_with("30500 "); });
+    };
+    const ConvertedMime two = convert_with("--c\nContent-Type: image/png\n\nimage\n");
+    EXPECT_EQ(two.items, (Lines{told("Gespr?ch"), "image"}));
+    EXPECT_EQ(files(two), 2) << "a record for each";
+    const ConvertedMime one = convert_with("");
+    EXPECT_EQ(one.items, Lines{told("Gespräch")});
+    EXPECT_EQ(files(one), 1);
 }
 
 TEST_F(CalendarPart, AThirdPartReplacesNothing) {

@@ -82,6 +82,17 @@ void settle_alternative(ux_MimeConversion& conversion, const ux_MimePart& entity
                                                  .rfc2047subject = entity.pRfc2047subject});
 }
 
+// Does one attached file, and no other, belong to the records from a position on? Records and files go together, so
+// that only then one record can take their place.
+bool describes_one_file(tf_File& file, std::int64_t position) {
+    int files = 0;
+    tf_RecordHead head;
+    tf_GotoRecord(file, position);
+    while (file.read_head(head))
+        if (head.type == TFREC_content_file_type) ++files;
+    return files == 1;
+}
+
 // A content-file record of what was made from a description.
 tf_Record description_record(std::int32_t code, std::string_view content, std::string_view subject) {
     TFREC_content_file file;
@@ -205,6 +216,8 @@ void uxm_ReplacePoorTxtAltOfCalendar(ux_MimeConversion& conversion, const ux_Tex
     const std::string path = im_ItemRef2FName(alternative.first_text_part);
     const auto text = mapi_FileToString(path);
     if (!text || text->find(kSeparatorLine) == std::string::npos) return;
+    const std::int64_t position = ux_mime_state().icalPartAlternativePos;
+    if (!describes_one_file(conversion.TfHandle, position)) return;
     // Nothing of the old text stays: the separator only tells that a mailer made it.
     const bool plain = alternative.attachCount < 1;
     const std::string content =
@@ -213,7 +226,6 @@ void uxm_ReplacePoorTxtAltOfCalendar(ux_MimeConversion& conversion, const ux_Tex
     os_Fd file = os_open(path, O_WRONLY | O_TRUNC);
     os_write_all(file.get(), content);
     file.close_checked();
-    const std::int64_t position = ux_mime_state().icalPartAlternativePos;
     tf_GotoRecord(conversion.TfHandle, position);
     tf_Trunc2NextRec(conversion.TfHandle);
     conversion.hidden.cut_at(position);

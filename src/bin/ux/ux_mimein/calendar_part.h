@@ -40,8 +40,8 @@ std::optional<std::string> ux_CnvFileToString(const im_Item& item);
 
 // The text alternative that a mailer made of an invitation often lost the characters that its set does not have: when
 // `first text part` holds the separator line of such texts and the description is not all ASCII, the description takes
-// its place, and its records are cut and written again (at icalPartAlternativePos, up to the end of the file). A
-// failure to read the text leaves it; one to write it raises.
+// its place, and its records are cut and written again (at icalPartAlternativePos, up to the end of the file). An
+// alternative of several files stays, and so does a text that cannot be read; a failure to write it raises.
 struct ux_TextAlternative {
     ITEM_REF first_text_part;
     std::string_view description;
