@@ -3,7 +3,7 @@
     ("package", type, kind, flags, subject, MIME type)    ("end of package",)
     ("alternatives",)                                     ("end of alternatives",)
     ("date", record type, seconds, zone)                  ("object", name, number, wrapped, content)
-    ("content", {field: value}, octets of the item)
+    ("content", {field: value}, octets of the item)       ("list", subject)    of an encapsulated message
 """
 
 import os
@@ -14,6 +14,7 @@ CONTENT_FIELDS = ("pOrigFileName", "pContentCharset", "pMIMEContentType", "pCont
                   "pContentLocation", "rfc2047subject")
 SAYS_NOTHING = {native.HEADER, native.CREATOR, native.P2_ORIGINATOR, native.SUBJECT, native.CREATED, native.RECIPIENT,
                 native.MESSAGE_ID}
+ADDRESS_LIST = 1166
 DATES = (30600, 30605)
 MESSAGE_HEADER = b"inetMessageHeader"
 
@@ -26,6 +27,12 @@ def content_event(record, octets):
     if others or record.get("i", 28) != len(octets):
         fields["odd"] = (others, record.get("i", 28))
     return ("content", fields, octets)
+
+
+def list_event(record):
+    """The addresses of an encapsulated message: a file that its record says no size of."""
+    subject = dict(zip(native.CONTENT_STRINGS, record.strings(32)))["rfc2047subject"]
+    return ("list", subject) if record.get("i", 28) == 0 else ("list", subject, record.get("i", 28))
 
 
 def package_event(record):
@@ -48,7 +55,9 @@ def events(records, items):
         kind = record.unwrapped().type
         if kind == native.CONTENT_FILE:
             octets = next(rest)
-            if record.get("I", 24) != 2:
+            if record.get("i", 20) == ADDRESS_LIST and record.get("I", 24) == 0:
+                found.append(list_event(record))
+            elif record.get("I", 24) != 2:
                 found.append(content_event(record, octets))
         elif kind == native.START_PACKAGE:
             found.append(package_event(record))

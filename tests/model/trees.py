@@ -109,13 +109,23 @@ class Header:
     dates: list = field(default_factory=list)
     identifier: bytes = b""
     location: bytes = b""
+    is_body: bool = False       # of an encapsulated message: its lines are that message's header
+    inner: object = None        # Header of the message that this part is
+    inner_level: object = None  # what its body inherits
+    is_cut: bool = False        # the message is its header alone, without a blank line
 
     def content(self):
-        return b"".join(line + b"\r\n" for line in self.lines)
+        """As it is saved; that of a message inside keeps the dots of the dialogue."""
+        dot = b"." if self.is_body else b""
+        return b"".join((dot if line.startswith(b".") else b"") + line + b"\r\n" for line in self.lines)
 
     @property
     def is_multipart(self):
         return self.subtype is not None
+
+    @property
+    def is_message(self):
+        return self.inner is not None
 
     @property
     def is_text(self):
@@ -264,8 +274,9 @@ class Writer:
     def add_others(self, header):
         if not self.rarely(0.2):
             return
-        header.lines.append(self.pick((b"Content-Description: words", b"X-Other: 1", b"no colon here", b":", b"..dots: 1",
-                                       b"Content-MD5: Q2hlY2sgSW50ZWdyaXR5IQ==", b"X-Bytes: \xe4\xff", b".x: y")))
+        others = [b"Content-Description: words", b"X-Other: 1", b"no colon here", b":", b"..dots: 1",
+                  b"Content-MD5: Q2hlY2sgSW50ZWdyaXR5IQ==", b"X-Bytes: \xe4\xff", b".x: y"]
+        header.lines.append(self.pick(others[:-1] if header.is_body else others))  # the last may lose its dot, or not
         if self.rarely(0.3):
             header.lines.append(b"\tgoes on")
 
@@ -335,8 +346,9 @@ class Writer:
         if parent is not None and level.marker == parent.marker and self.counts:
             self.refused = True
             raise TextEnds
-        counts, content_header = self.counts, None if parent is None else header.content()
-        closing = self.open(header, level, parent is None)
+        is_message_body = parent is None or header.is_body
+        counts, content_header = self.counts, None if is_message_body else header.content()
+        closing = self.open(header, level, is_message_body)
         try:
             self.preamble(level.marker)
             if self.rarely(0.005):
@@ -404,7 +416,8 @@ class Writer:
         """The closing line. Without one, the last part goes on to the end of the message, whatever follows."""
         if self.as_text and self.rarely(0.1):
             return
-        if self.counts and (part.is_multipart or part.encoding not in DECODED) and self.rarely(0.05):
+        tail, _ = self.tail(part, level)
+        if self.counts and self.goes_on(tail) and self.rarely(0.05):
             self.ended = True
             return
         if self.counts:
@@ -420,7 +433,18 @@ class Writer:
             marker += self.pick((b" ", b"\t", b" \t "))
         self.line(marker)
 
+    def goes_on(self, part):
+        """Without a boundary line behind it, it takes what follows."""
+        return not part.is_cut and (part.is_multipart or part.encoding not in DECODED)
+
+    def tail(self, part, level):
+        """What a part ends with: of a message its body."""
+        while part.is_message and not part.is_cut:
+            part, level = part.inner, part.inner_level
+        return part, level
+
     def is_leaf(self, part, level):
+        part, level = self.tail(part, level)
         return not part.is_multipart or level.depth >= self.setup.max_depth
 
     # ---- Parts
@@ -434,7 +458,9 @@ class Writer:
             self.add(header, b"Content-Type", [b"multipart/" + self.pick((b"mixed", b"alternative", b"report"))])
             header.without_parameters, header.subtype = True, ""
             return header
-        if is_multipart:
+        if takes_apart and self.rarely(0.1):
+            self.describe_message(header, level)
+        elif is_multipart:
             self.describe_multipart(header, level)
         else:
             self.describe_leaf(header, level)
@@ -442,10 +468,54 @@ class Writer:
         self.add_place(header, level)
         return header
 
+    # ---- Encapsulated messages
+
+    def describe_message(self, header, level):
+        """The part's header, and that of the message in it."""
+        if not level.is_digest or header.is_body or self.rarely(0.5):
+            self.add(header, b"Content-Type", [self.any_case(b"message") + b"/" + self.any_case(b"rfc822")])
+        if self.rarely(0.2):
+            self.add(header, b"Content-Transfer-Encoding", [self.pick((b"7bit", b"8bit", b"binary", b"x-unheard-of"))])
+        subject = b"inner %d" % self.number()
+        inner = Header([b"From: inner@example.com", self.any_case(b"Subject") + b": " + subject], is_body=True)
+        header.inner, header.inner_level = inner, Level(level.marker, subject, level.depth + 1)
+        header.is_cut = self.rarely(0.05)
+        self.budget -= 1
+        takes_apart = header.inner_level.depth < self.setup.max_depth
+        if takes_apart and self.rarely(0.15):
+            self.describe_message(inner, header.inner_level)
+        elif self.budget > 0 and self.rarely(0.4):
+            self.describe_multipart(inner, header.inner_level)
+        else:
+            self.describe_leaf(inner, header.inner_level)
+        self.add_others(inner)
+
+    def message(self, header):
+        """Everything behind the header of a part that is a message."""
+        counts, level = self.counts, header.inner_level
+        self.note("package", *NESTED_PACKAGE, 0, level.subject, b"")
+        self.note("object", b"inetMessageHeader", 1, True, header.inner.content())
+        if not header.is_body:
+            self.note("object", b"inetContentHeader", 1, True, header.content())
+        self.note("list", level.subject)
+        try:
+            self.write_header(header.inner)
+            if header.is_cut:
+                return
+            if self.rarely(0.003):
+                raise TextEnds
+            self.line()
+            self.part(header.inner, level)
+        finally:
+            if counts:
+                self.events.append(["end of package"])
+
     def part(self, header, level):
         if header.without_parameters:
             return  # the next part's header follows at once
-        if not header.is_multipart:
+        if header.is_message:
+            self.message(header)
+        elif not header.is_multipart:
             self.leaf(header, level)
         elif self.is_leaf(header, level):
             self.kept_whole(header, level)
@@ -488,7 +558,8 @@ class Writer:
         if "/" in header.kind and self.rarely(0.1):
             parameters.append(self.pick((b"format=flowed;", b"x=y;", b'title="a b";')))
         of_disposition = self.give_name(header, parameters)
-        self.dispose(header, of_disposition)
+        if not header.is_body:  # of a message inside nothing is said of a disposition
+            self.dispose(header, of_disposition)
         if header.kind:
             pieces = [header.kind.encode() + b";", *parameters]
             if not parameters or self.rarely(0.9):
@@ -505,6 +576,8 @@ class Writer:
             return []
         plain = self.pick(("file%d.bin", "a b %d.dat", "x-%d", "%d.tar.gz", "page%d.html")) % self.number()
         in_type = self.rarely(0.4) and "/" in header.kind
+        if header.is_body and not in_type:
+            return []
         pieces = self.name_parameter(header, b"name" if in_type else b"filename", plain)
         if in_type:
             of_type += pieces
@@ -641,7 +714,7 @@ class Writer:
                   "pContentLocation": header.location, "pOrigFileName": header.name,
                   "rfc2047subject": self.subject(header, level), **labels}
         event = self.note("content", fields, b"")
-        if level is not None:
+        if level is not None and not header.is_body:
             self.note("object", b"inetContentHeader", 0, False, header.content())
         return event
 
