@@ -688,7 +688,8 @@ class Writer:
         """Code, set and content type of the record of a leaf."""
         code = HTML if header.is_page and header.kind.lower() in ("application/octet-stream", *WITHOUT_SLASH) else header.code
         label, charset = header.content_type, ""
-        is_ascii = octets.isascii() and b"\x1b" not in octets
+        shifts = b"\x1b" in octets and header.charset is not None and header.charset[1] == "ISO2022JP"
+        is_ascii = octets.isascii() and not shifts
         as_ascii = (b"text/html" if code == HTML else b"text/plain") + ASCII_LABEL
         if code not in (PLAIN, HTML):
             pass

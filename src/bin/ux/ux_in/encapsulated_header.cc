@@ -66,7 +66,7 @@ ux_MailText EncapsulatedHeaderSaver::read() {
 // not its own (RFC 2046, section 5.1.2).
 bool EncapsulatedHeaderSaver::is_cut_off(const ux_MailText& piece) {
     header_.bNextPart = is_boundary_line(piece, target_.pszPartMarker);
-    header_.pbLastPart = is_boundary_line(piece, target_.pszLastPartMarker);
+    header_.pbLastPart = is_closing_line(piece, target_.pszLastPartMarker);
     return header_.bNextPart || header_.pbLastPart;
 }
 

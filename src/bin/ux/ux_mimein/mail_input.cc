@@ -1,6 +1,7 @@
 // Reading MIME text: see mail_input.h.
 #include "ux_mimein/mail_input.h"
 
+#include "dstring/ascii.h"
 #include "er/er.h"
 #include "mim/mim.h"
 
@@ -107,7 +108,11 @@ void ux::append_folded(std::string& pszString, std::string_view line) {
 }
 
 bool ux::is_boundary_line(const ux_MailText& piece, std::string_view marker) {
-    return piece.at_start && piece.whole && !marker.empty() && piece.text.starts_with(marker) &&
+    return piece.text.starts_with(marker) && is_closing_line(piece, marker);
+}
+
+bool ux::is_closing_line(const ux_MailText& piece, std::string_view marker) {
+    return piece.at_start && piece.whole && !marker.empty() && dstring_starts_ignoring_case(piece.text, marker) &&
            piece.text.find_first_not_of(" \t", marker.size()) == std::string_view::npos;
 }
 

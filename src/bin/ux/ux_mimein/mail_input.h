@@ -50,6 +50,9 @@ void append_folded(std::string& pszString, std::string_view line);
 
 // Is it the marker, alone on its line but for blanks and tabs after it? An empty marker matches no line.
 bool is_boundary_line(const ux_MailText& piece, std::string_view marker);
+// The same for the line that closes a multipart. Its letters are taken in any case, as they are behind a multipart: it
+// closes its level whatever its last part is.
+bool is_closing_line(const ux_MailText& piece, std::string_view marker);
 }  // namespace ux
 
 // Writes to an item; a failure of the store leaves as 102/`reason`.

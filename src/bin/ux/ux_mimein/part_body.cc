@@ -4,7 +4,6 @@
 #include <memory>
 #include <optional>
 
-#include "dstring/ascii.h"
 #include "er/er.h"
 #include "mim/decode.h"
 #include "ux_mimein/mail_input.h"
@@ -16,19 +15,12 @@ void take_ordinary_lines(mim_Decoder& decoder) {
     while (const std::size_t taken = decoder.lines(MailLinesAhead())) TakeMailLines(taken);
 }
 
-// Letters of a closing line are taken in any case, as they are behind a multipart: it closes its level whatever its
-// last part is.
-bool is_closing_line(const ux_MailText& piece, std::string_view marker) {
-    return piece.at_start && piece.whole && !marker.empty() && dstring_starts_ignoring_case(piece.text, marker) &&
-           piece.text.find_first_not_of(" \t", marker.size()) == std::string_view::npos;
-}
-
 // How the body ends with this piece, when it does.
 std::optional<ux_BodyEnd> end_of(const ux_MailText& piece, const ux_PartMarkers* markers) {
     if (piece.is_end) return ux_BodyEnd::message;
     if (markers == nullptr || !piece.text.starts_with("--")) return std::nullopt;
     if (ux::is_boundary_line(piece, markers->pszPartMarker)) return ux_BodyEnd::next_part;
-    if (is_closing_line(piece, markers->pszLastPartMarker)) return ux_BodyEnd::last_part;
+    if (ux::is_closing_line(piece, markers->pszLastPartMarker)) return ux_BodyEnd::last_part;
     return std::nullopt;
 }
 
