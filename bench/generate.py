@@ -4,6 +4,7 @@
     generate.py small COUNT | plain BYTES | uuencoded BYTES | rfc1154 BYTES | addresses COUNT
     generate.py reports COUNT | strange-reports COUNT
     generate.py base64 BYTES | quoted BYTES | alternatives COUNT | parts COUNT | nested DEPTH | forwarded COUNT
+    generate.py signed BYTES | invitations COUNT | winmail BYTES
 
 writes a whole dialogue, HELO to QUIT, to standard output: COUNT small mails, one mail with a body of BYTES, or one
 with COUNT addresses in its To field; in MIME: one mail with an attachment or a text that BYTES are sent for, COUNT
@@ -15,6 +16,7 @@ import base64
 import binascii
 import html
 import random
+import struct
 import sys
 
 SENDER = "anna.lind@sender.example"
@@ -287,6 +289,81 @@ def forwarded_mail(number):
     yield forwarded_text(number)
 
 
+# ---- Signed messages, invitations, winmail.dat
+
+def signed_mail(size):
+    """The attachment of base64_mail inside a multipart/signed; its signature is none."""
+    yield header(0, random.Random(0), content=mime(
+        'multipart/signed; micalg=sha-256; protocol="application/pkcs7-signature"; boundary="=_signed"'))
+    yield b'--=_signed\r\nContent-Type: multipart/mixed; boundary="=_mixed"\r\n\r\n'
+    pieces = base64_mail(size)
+    next(pieces)  # the header
+    yield from pieces
+    yield b"--=_signed\r\n" + attachment_header("smime.p7s").replace(b"octet-stream", b"pkcs7-signature")
+    yield base64_lines(random.Random(6).randbytes(2000)) + b"--=_signed--\r\n"
+
+
+def invitation_mail(number):
+    """A meeting request as calendar programs send it: text, and the calendar beside it."""
+    chance = random.Random(number)
+    mark = f"=_{number:08x}"
+    hour = 8 + number % 9
+    people = "".join(f"ATTENDEE;CUTYPE=INDIVIDUAL;ROLE=REQ-PARTICIPANT;PARTSTAT=NEEDS-ACTION;RSVP=TRUE;CN=User {n}:\r\n"
+                     f" mailto:user{n}@host{n}.example.net\r\n" for n in range(5))
+    calendar = (
+        "BEGIN:VCALENDAR\r\nPRODID:-//Benchmark//EN\r\nVERSION:2.0\r\nMETHOD:REQUEST\r\n"
+        "BEGIN:VTIMEZONE\r\nTZID:Europe/Paris\r\n"
+        "BEGIN:STANDARD\r\nDTSTART:19701025T030000\r\nTZOFFSETFROM:+0200\r\nTZOFFSETTO:+0100\r\n"
+        "RRULE:FREQ=YEARLY;BYMONTH=10;BYDAY=-1SU\r\nEND:STANDARD\r\n"
+        "BEGIN:DAYLIGHT\r\nDTSTART:19700329T020000\r\nTZOFFSETFROM:+0100\r\nTZOFFSETTO:+0200\r\n"
+        "RRULE:FREQ=YEARLY;BYMONTH=3;BYDAY=-1SU\r\nEND:DAYLIGHT\r\nEND:VTIMEZONE\r\n"
+        f"BEGIN:VEVENT\r\nUID:{chance.getrandbits(64):016x}@sender.example\r\nDTSTAMP:20261120T090000Z\r\n"
+        f"DTSTART;TZID=Europe/Paris:20261201T{hour:02}0000\r\nDTEND;TZID=Europe/Paris:20261201T{hour + 1:02}0000\r\n"
+        f"RRULE:FREQ=WEEKLY;COUNT=10;BYDAY=TU\r\nSUMMARY:{sentence(chance, 5)}\r\nLOCATION:Room {number % 40}\r\n"
+        f"ORGANIZER;CN=Anna Lind:mailto:{SENDER}\r\n{people}SEQUENCE:0\r\n"
+        f"DESCRIPTION:{sentence(chance, 8)}\\n{sentence(chance, 8)}\r\n"
+        "BEGIN:VALARM\r\nACTION:DISPLAY\r\nTRIGGER:-PT15M\r\nDESCRIPTION:Reminder\r\nEND:VALARM\r\n"
+        "END:VEVENT\r\nEND:VCALENDAR\r\n")
+    yield header(number, chance, content=mime(f'multipart/alternative; boundary="{mark}"'))
+    yield f"--{mark}\r\nContent-Type: text/plain; charset=utf-8\r\n\r\n".encode()
+    yield "".join(line + "\r\n" for line in text_lines(chance, 8)).encode()
+    yield f"--{mark}\r\nContent-Type: text/calendar; charset=utf-8; method=REQUEST\r\n\r\n".encode()
+    yield calendar.encode() + f"--{mark}--\r\n".encode()
+
+
+def tnef_attribute(level, identity, content):
+    return bytes([level]) + struct.pack("<II", identity, len(content)) + content + struct.pack(
+        "<H", sum(content) & 0xFFFF)
+
+
+def winmail_content(size):
+    return random.Random(7).randbytes(1 << 16) * (size >> 16)
+
+
+def winmail(size):
+    """A TNEF stream ([MS-OXTNEF]) with one attachment."""
+    return b"".join((
+        struct.pack("<IH", 0x223E9F78, 1),
+        tnef_attribute(1, 0x00089006, struct.pack("<I", 0x10000)),
+        tnef_attribute(1, 0x00069007, struct.pack("<II", 1252, 0)),
+        tnef_attribute(1, 0x00078008, b"IPM.Microsoft Mail.Note\0"),
+        tnef_attribute(2, 0x00069002, struct.pack("<HIHHI", 1, 0xFFFFFFFF, 32, 32, 0)),
+        tnef_attribute(2, 0x00018010, b"archive.bin\0"),
+        tnef_attribute(2, 0x0006800F, winmail_content(size))))
+
+
+def winmail_mail(size):
+    yield header(0, random.Random(0), content=mime('multipart/mixed; boundary="=_mixed"'))
+    yield b"--=_mixed\r\nContent-Type: text/plain; charset=us-ascii\r\n\r\nThe archive.\r\n--=_mixed\r\n"
+    yield attachment_header("winmail.dat").replace(b"octet-stream", b"ms-tnef")
+    yield base64_lines(winmail(size))
+    yield b"--=_mixed--\r\n"
+
+
+def invitations(count):
+    return (invitation_mail(number) for number in range(count))
+
+
 def dot_stuffed(piece):
     return piece.replace(b"\r\n.", b"\r\n..")
 
@@ -328,6 +405,9 @@ KINDS = {
     "reports": lambda count: reports(count, own=True),
     "strange-reports": lambda count: reports(count, own=False),
     "base64": lambda size: [base64_mail(size)],
+    "signed": lambda size: [signed_mail(size)],
+    "invitations": invitations,
+    "winmail": lambda size: [winmail_mail(size)],
     "quoted": lambda size: [quoted_mail(size)],
     "alternatives": alternatives_mails,
     "parts": lambda count: [parts_mail(count)],
