@@ -95,6 +95,24 @@ TEST_F(Signed, TheContentIsReadFromTheCopyAsItCame) {
     EXPECT_EQ(made.items[0], bare.items[0]);
 }
 
+// The copy is the signature item itself as far as both are the same; wherever they part, what is read is what came.
+TEST_F(Signed, TheCopyBeginsToDifferAnywhere) {
+    const std::string content =
+        "Content-Type: application/octet-stream\r\n\r\nA\r\nB\r\n" + std::string(2000, 'y') + "\r\nC\r\nD\r\n";
+    const std::string odd[] = {"\n", "\r\r\n", "..x\r\n", ".." + std::string(1500, 'z') + "\r\n", "--b \r\n"};
+    for (std::size_t at = content.find("A\r"); at != std::string::npos; at = content.find("\r\n", at + 1)) {
+        for (const std::string& line : odd) {
+            std::string changed = content;
+            changed.insert(at == content.find("A\r") ? at : at + 2, line);
+            const ConvertedMime made = convert(message(changed));
+            const ConvertedMime bare = convert("--b\n" + changed + "--b--\n.\n", "multipart/mixed; boundary=b");
+            ASSERT_EQ(made.items.size(), 2u);
+            ASSERT_EQ(bare.items.size(), 1u);
+            EXPECT_EQ(made.items[0], bare.items[0]) << at << " " << line;
+        }
+    }
+}
+
 TEST_F(Signed, OnlyTheFirstPartIsConverted) {
     const ConvertedMime made = convert("--b\n\nOne.\n--b\n\nTwo.\n--b\n\nThree.\n--b--\n.\n");
     ASSERT_EQ(made.items.size(), 2u);

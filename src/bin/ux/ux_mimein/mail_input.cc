@@ -1,6 +1,8 @@
 // Reading MIME text: see mail_input.h.
 #include "ux_mimein/mail_input.h"
 
+#include <utility>
+
 #include "dstring/ascii.h"
 #include "er/er.h"
 #include "mim/mim.h"
@@ -124,17 +126,13 @@ void ux_write_or_escape(im_Item& item, std::string_view data, int reason) {
     }
 }
 
-ux_ItemInput::ux_ItemInput(const im_Item& item, std::uint64_t offset)
-    : before_(ux_mime_input().mimfp), reader_([&item, offset](char* data, std::size_t room) mutable {
-          const std::size_t got = item.read(offset, data, room);
-          offset += got;
-          return got;
-      }) {
+ux_MimeSource::ux_MimeSource(ux_LineReader::Source source)
+    : before_(ux_mime_input().mimfp), reader_(std::move(source)) {
     reader_.begin_text();
     ux_mime_input().mimfp = &reader_;
 }
 
-ux_ItemInput::~ux_ItemInput() { ux_mime_input().mimfp = before_; }
+ux_MimeSource::~ux_MimeSource() { ux_mime_input().mimfp = before_; }
 
 ux_ReportCopy::ux_ReportCopy() : item_(im_create_unnamed()) {
     ux_mime_input().Reportfp = &item_;
@@ -150,5 +148,9 @@ void ux_ReportCopy::stop() { ux_mime_input().gCopyForReport = false; }
 
 void ux_ReportCopy::read_again(std::uint64_t offset) {
     stop();
-    input_.emplace(item_, offset);
+    input_.emplace([this, offset](char* data, std::size_t room) mutable {
+        const std::size_t got = item_.read(offset, data, room);
+        offset += got;
+        return got;
+    });
 }

@@ -58,13 +58,13 @@ bool is_closing_line(const ux_MailText& piece, std::string_view marker);
 // Writes to an item; a failure of the store leaves as 102/`reason`.
 void ux_write_or_escape(im_Item& item, std::string_view data, int reason);
 
-// MIME text comes from an item, from `offset` on, while this lives; then from where it came before.
-class ux_ItemInput {
+// MIME text comes from elsewhere while this lives; then from where it came before.
+class ux_MimeSource {
 public:
-    ux_ItemInput(const im_Item& item, std::uint64_t offset);
-    ~ux_ItemInput();
-    ux_ItemInput(const ux_ItemInput&) = delete;
-    ux_ItemInput& operator=(const ux_ItemInput&) = delete;
+    explicit ux_MimeSource(ux_LineReader::Source source);
+    ~ux_MimeSource();
+    ux_MimeSource(const ux_MimeSource&) = delete;
+    ux_MimeSource& operator=(const ux_MimeSource&) = delete;
 
 private:
     ux_LineReader* before_;
@@ -87,5 +87,5 @@ public:
 
 private:
     im_Item item_;
-    std::optional<ux_ItemInput> input_;
+    std::optional<ux_MimeSource> input_;
 };

@@ -1,6 +1,7 @@
 // Signed messages: see signed.h.
 #include "ux_mimein/signed.h"
 
+#include <algorithm>
 #include <cstring>
 #include <utility>
 
@@ -49,16 +50,19 @@ std::size_t ordinary_stretch(std::string_view lines) {
 // Copies an entity, line by line where a line means something.
 class SignedCopier {
 public:
-    SignedCopier(im_Item& signature, im_Item* copy) : signature_(signature), copy_(copy) {}
+    SignedCopier(im_Item& signature, im_Item* rest) : signature_(signature), rest_(rest) {}
     // True when it was ended by the end line of the message, which is in neither.
     bool run(const ux_PartMarkers& markers);
+    std::uint64_t same() const { return same_ ? signature_.size() : same_until_; }  // bytes that are as they came
 
 private:
     void take_ordinary();
     void take(const ux_MailText& piece, std::string_view text);
 
     im_Item& signature_;
-    im_Item* copy_;  // none: dots stay stuffed, and nothing is read again
+    im_Item* rest_;  // none: dots stay stuffed, and nothing is read again
+    bool same_ = true;
+    std::uint64_t same_until_ = 0;
 };
 
 bool SignedCopier::run(const ux_PartMarkers& markers) {
@@ -66,7 +70,7 @@ bool SignedCopier::run(const ux_PartMarkers& markers) {
         take_ordinary();
         const ux_MailText piece = GetRawMailText();
         if (piece.is_end) return true;
-        const std::string_view text = copy_ != nullptr ? piece.unstuffed() : piece.text;
+        const std::string_view text = rest_ != nullptr ? piece.unstuffed() : piece.text;
         take(piece, text);
         if (piece.at_start && piece.whole && text == markers.pszLastPartMarker) return false;
     }
@@ -76,19 +80,22 @@ void SignedCopier::take_ordinary() {
     while (const std::size_t bytes = ordinary_stretch(MailLinesAhead())) {
         const std::string_view lines = MailLinesAhead().substr(0, bytes);
         signature_.write(lines);
-        if (copy_ != nullptr) copy_->write(lines);
+        if (!same_ && rest_ != nullptr) rest_->write(lines);
         TakeMailLines(bytes);
     }
 }
 
 void SignedCopier::take(const ux_MailText& piece, std::string_view text) {
+    const bool as_it_came = text.size() == piece.text.size() && (!piece.whole || piece.returns == 1);
+    if (same_ && !as_it_came) same_until_ = signature_.size();
+    same_ = same_ && as_it_came;
     signature_.write(text);
     if (piece.whole) signature_.write("\r\n");
-    if (copy_ == nullptr) return;
-    copy_->write(piece.text);
+    if (same_ || rest_ == nullptr) return;
+    rest_->write(piece.text);
     if (!piece.whole) return;
-    for (std::size_t i = 0; i < piece.returns; ++i) copy_->write('\r');
-    copy_->write('\n');
+    for (std::size_t i = 0; i < piece.returns; ++i) rest_->write('\r');
+    rest_->write('\n');
 }
 
 }  // namespace
@@ -96,9 +103,24 @@ void SignedCopier::take(const ux_MailText& piece, std::string_view text) {
 ux_SignedEntity::ux_SignedEntity(const ux_SignedSource& source)
     : SgnItem(im_CrNewDataItem()), tmpItem_(im_create_unnamed()) {
     write_head(SgnItem, source);
-    isSendmailExhausted = SignedCopier(SgnItem, &tmpItem_).run(source.markers);
+    at_ = SgnItem.size();
+    SignedCopier copier(SgnItem, &tmpItem_);
+    isSendmailExhausted = copier.run(source.markers);
+    same_ = copier.same();
     tmpItem_.write(".\n");
-    input_.emplace(tmpItem_, 0);
+    input_.emplace([this](char* data, std::size_t room) { return read(data, room); });
+}
+
+std::size_t ux_SignedEntity::read(char* data, std::size_t room) {
+    const std::size_t same = static_cast<std::size_t>(std::min<std::uint64_t>(room, same_ - at_));
+    if (same > 0) {
+        const std::size_t got = SgnItem.read(at_, data, same);
+        at_ += got;
+        return got;
+    }
+    const std::size_t got = tmpItem_.read(rest_at_, data, room);
+    rest_at_ += got;
+    return got;
 }
 
 std::unique_ptr<ux_SignedEntity> ux_MimeSignedPart(const ux_SignedSource& source) {

@@ -26,8 +26,9 @@ struct ux_SignedSource {
     std::string_view parameters;  // of its content type, as written; may be empty
 };
 
-// What is made of one by default. While it lives, MIME text is read from the copy of the entity, which begins behind
-// the first boundary line, has its line ends as they came, and is ended by an end line.
+// What is made of one by default. While it lives, MIME text is read from a copy of the entity, which begins behind the
+// first boundary line, has its dots and line ends as they came, and is ended by an end line. As far as the signature
+// item has the same bytes, which is all of most mail, it is that copy itself.
 class ux_SignedEntity {
 public:
     explicit ux_SignedEntity(const ux_SignedSource& source);  // reads the entity from the stream in force
@@ -36,8 +37,13 @@ public:
     bool isSendmailExhausted = false;  // the entity was ended by the end line of the message
 
 private:
-    im_Item tmpItem_;
-    std::optional<ux_ItemInput> input_;
+    std::size_t read(char* data, std::size_t room);
+
+    im_Item tmpItem_;            // what follows the bytes that are the same
+    std::uint64_t at_ = 0;       // where reading stands in the signature item,
+    std::uint64_t same_ = 0;     // which is the copy up to here
+    std::uint64_t rest_at_ = 0;  // and in the other
+    std::optional<ux_MimeSource> input_;
 };
 
 // Reads the entity from the stream in force, to its closing line or the end line of the message. Raises 102/1401 when

@@ -79,7 +79,8 @@ bool ux::expand_tnef(ux_MimeConversion& conversion, ux_LeafPart& leaf) {
         keep_as_text(leaf);
         return false;
     }
-    if (update_flag) update_lists(conversion, leaf.item);
+    // A message inside this one has lists of its own, which are not at hand.
+    if (update_flag && ux_mime_state().msgNestLevel == 0) update_lists(conversion, leaf.item);
     leaf.item.unlink();
     return true;
 }
