@@ -1,5 +1,5 @@
-"""MIME messages made to hurt: cut off anywhere, deep, of very many or very large parts, with boundaries that are missing,
-reused or endless, with octets that a bit of went wrong. What was accepted is whole; memory stays flat; a refusal leaves
+"""MIME messages made to hurt: cut off anywhere, deep, of very many or very large parts, with boundaries that are
+missing, reused or endless, with a bit that went wrong. What was accepted is whole; memory stays flat; a refusal leaves
 nothing."""
 
 import base64
@@ -7,12 +7,11 @@ import random
 import resource
 import struct
 import subprocess
-from concurrent.futures import ThreadPoolExecutor
 
 from cut_off import at_every_byte, at_samples
-from gateway_home import Home, item_path, records
-from process import MEGABYTE, SANITIZED, Gateway, check_home
-from sizes import BLOCK, MEMORY, memory_fault, send_text
+from gateway_home import Home, records
+from process import MEGABYTE, SANITIZED, check_home
+from sizes import BLOCK, MEMORY, send_text
 
 CONTENT_FILE, START_PACKAGE, END_PACKAGE = 30500, 30100, 39000
 START_ALTERNATIVES, END_ALTERNATIVES = 30200, 39100
@@ -70,7 +69,7 @@ QUIT\r
 # ---- What waits
 
 def transfer_records(home):
-    """(type, record) of the main transfer file of the one message that waits, and the sizes of the items behind it."""
+    """(type, record) of the main transfer file of the one message that waits, and the items behind its list of names."""
     ((main, _names, *items),) = [home.files_of(message) for entry in home.entries() for message in home.messages(entry)]
     return list(records(main.read_bytes())), items
 
@@ -262,7 +261,7 @@ def boundary(parameter, marker, parts):
 
 
 def reused_boundary():
-    """An inner multipart with the boundary of the outer one: refused for good, and nothing is left of what was there."""
+    """An inner multipart with the boundary of the outer one: refused for good, and nothing is left of it."""
     head = b"MIME-Version: 1.0\nContent-Type: multipart/mixed; boundary=b\n\n--b\n\n" + b"words\n" * 50000
     inner = b"--b\nContent-Type: multipart/mixed; boundary=b\n\n--b\n\nx\n--b--\n--b--\n"
     with Home() as home:
