@@ -40,7 +40,8 @@ CHARSETS = (
 ASCII_SET, LATIN_SET, UNKNOWN_SET = "IA5", "ISO8859_1", "x-unheard-of"
 ASCII_LABEL = b"; charset=US-ASCII"
 WORDS = {
-    "ascii": "plain", "utf-8": "é 中 𝄞 ﬀ", "latin-1": "é ü ß ñ Ålesund", "iso-8859-15": "€ œ Ž", "iso-8859-2": "ł ő č Łódź",
+    "ascii": "plain", "utf-8": "é 中 𝄞 ﬀ", "latin-1": "é ü ß ñ Ålesund",
+    "iso-8859-15": "€ œ Ž", "iso-8859-2": "ł ő č Łódź",
     "cp1252": "“ ” € –", "cp1251": "привет мир", "koi8-r": "привет мир", "iso-2022-jp": "日本語 テスト",
     "shift_jis": "日本語 テスト", "euc-jp": "日本語 テスト", "gb2312": "中文 测试", "gb18030": "中文 𠀀 测试",
     "big5": "中文 測試", "euc-kr": "한국어 시험",
@@ -60,8 +61,9 @@ SUBTYPES = ("mixed", "mixed", "alternative", "alternative", "related", "parallel
 ENCODINGS = ("", "7bit", "8bit", "binary", "base64", "base64", "quoted-printable", "quoted-printable", "x-uuencode",
              "uuencode", "x-unheard-of")
 DECODED = ("base64", "quoted-printable", "x-uuencode", "uuencode")
-LINES = ("", "", ".", "..", ".x", "From me", "plain words", "-- ", "--", "--x", "----", " blanks at both ends ", "a\tb", "=",
-         "=41 =zz =", "begin 644 x", "end", "Content-Type: text/plain", "x" * 1022, "x" * 1023, "y" * 1022 + ".", "z" * 3000)
+LINES = ("", "", ".", "..", ".x", "From me", "plain words", "-- ", "--", "--x", "----", " blanks at both ends ",
+         "a\tb", "=", "=41 =zz =", "begin 644 x", "end", "Content-Type: text/plain", "x" * 1022, "x" * 1023,
+         "y" * 1022 + ".", "z" * 3000)
 LETTERS = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789"
 
 sys.setrecursionlimit(10000)
@@ -253,8 +255,8 @@ class Writer:
         return self.pick((text, text, text.upper(), text.lower()))
 
     def add(self, header, name, pieces):
-        """A field of pieces between which it may be folded; its value as it is put together again: nothing stands where a
-        part's header was folded, in a message's own one all blanks but the first do."""
+        """A field of pieces between which it may be folded; its value as it is put together again: nothing stands where
+        a part's header was folded, in a message's own one all blanks but the first do."""
         lines, value = [self.any_case(name) + self.pick((b": ", b": ", b":", b":  ", b":\t")) + pieces[0]], pieces[0]
         for piece in pieces[1:]:
             if self.rarely(0.4):
@@ -376,14 +378,14 @@ class Writer:
 
     def preamble(self, marker):
         for _ in range(self.pick((0, 0, 0, 1, 3))):
-            self.line(self.pick((b"words", b"", b"x" * 2000, b"\0", marker + b" ", marker + b"\t", marker + b"--", marker + b"x",
-                                 b" " + marker, marker[:-1], b"." + marker, b"x" * 1023 + marker, b"..", b".",
+            self.line(self.pick((b"words", b"", b"x" * 2000, b"\0", marker + b" ", marker + b"\t", marker + b"--",
+                                 marker + b"x", b" " + marker, marker[:-1], b"." + marker, b"x" * 1023 + marker, b"..", b".",
                                  marker.swapcase() + b".", b"Content-Type: text/plain")))
 
     def epilogue(self, marker):
         for _ in range(self.pick((0, 0, 0, 1, 3))):
-            self.line(self.pick((b"words", b"", b"y" * 3000, b"\0\xff", b".", b"..", b"Content-Type: text/plain", marker,
-                                 marker + b"--")))
+            self.line(self.pick((b"words", b"", b"y" * 3000, b"\0\xff", b".", b"..", b"Content-Type: text/plain",
+                                 marker, marker + b"--")))
 
     def parts(self, level, content_header):
         """The parts with the lines between them, and the line that closes them."""
@@ -417,7 +419,7 @@ class Writer:
         if self.as_text and self.rarely(0.1):
             return
         tail, _ = self.tail(part, level)
-        if self.counts and self.goes_on(tail) and self.rarely(0.05):
+        if self.counts and self.goes_on(tail) and level.marker != b"--" and self.rarely(0.05):
             self.ended = True
             return
         if self.counts:
@@ -642,7 +644,8 @@ class Writer:
 
     def binary(self):
         if self.rarely(0.5):
-            return self.chance.randbytes(self.pick((70000, 1200000)) if self.rarely(0.01) else self.pick((0, 1, 2, 3, 45, 57, 3000)))
+            lengths = (70000, 1200000) if self.rarely(0.01) else (0, 1, 2, 3, 45, 57, 3000)
+            return self.chance.randbytes(self.pick(lengths))
         few = self.pick((b"\r\n", b"\r\na", b".\r\n", b"-\n", b"\0\n."))
         return bytes(self.pick(few) for _ in range(self.pick((1, 10, 1023, 1024, 3000))))
 
@@ -650,7 +653,8 @@ class Writer:
         text = header.is_text
         octets = self.octets(header)
         body, end = self.body(header, octets, text)
-        if level is not None and (self.holds_marker(body, level.marker) or self.as_text and self.holds_marker(body, self.kept_in)):
+        markers = ([level.marker] if level else []) + ([self.kept_in] if self.as_text else [])
+        if any(self.holds_marker(body, marker) for marker in markers):
             octets = b""
             body, end = self.body(header, octets, text)
         event = self.note_leaf(header, level, self.labels(header, octets))
@@ -659,9 +663,8 @@ class Writer:
         stops = level is None or self.rarely(0.003)
         decoded = header.encoding in DECODED
         content = octets if decoded or stops else octets.rstrip(b"\r")
-        content = content.replace(b"\r\n", b"\n") if text and decoded else content
         content += (b"\n" if text else end) if stops and end else b""
-        event[2] = with_line_feeds(content) if text and not decoded else content
+        event[2] = self.stored(content, decoded) if text else content
         if self.counts and not decoded:
             self.swallows = (event, begin, header)
         elif self.counts:
@@ -670,6 +673,10 @@ class Writer:
             if self.counts:
                 self.swallows = None
             raise TextEnds
+
+    def stored(self, text, decoded):
+        """Text with its line ends as they are kept. Of CRs that were encoded only one belongs to a line end."""
+        return text.replace(b"\r\n", b"\n") if decoded else with_line_feeds(text)
 
     def body(self, header, octets, text):
         encoding = header.encoding
@@ -686,7 +693,8 @@ class Writer:
 
     def labels(self, header, octets):
         """Code, set and content type of the record of a leaf."""
-        code = HTML if header.is_page and header.kind.lower() in ("application/octet-stream", *WITHOUT_SLASH) else header.code
+        is_page = header.is_page and header.kind.lower() in ("application/octet-stream", *WITHOUT_SLASH)
+        code = HTML if is_page else header.code
         label, charset = header.content_type, ""
         shifts = b"\x1b" in octets and header.charset is not None and header.charset[1] == "ISO2022JP"
         is_ascii = octets.isascii() and not shifts
