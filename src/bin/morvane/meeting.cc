@@ -97,6 +97,16 @@ std::string days_text(std::int64_t start, std::int64_t end) {
     return (first == last ? first : first + " - " + last) + " (all day)";
 }
 
+// Who is asked, with the answers where there are any, else as a mailer shows them.
+struct RoleRow {
+    std::string_view label, names, statuses, shown;
+};
+constexpr auto kRoles = std::to_array<RoleRow>({
+    {"required", "PidLidNonSendableTo", "PidLidNonSendToTrackStatus", "PidLidToAttendeesString"},
+    {"optional", "PidLidNonSendableCc", "PidLidNonSendCcTrackStatus", "PidLidCcAttendeesString"},
+    {"resources", "PidLidNonSendableBcc", "PidLidNonSendBccTrackStatus", "PidLidResourceAttendees"},
+});
+
 class Meeting {
 public:
     explicit Meeting(std::string_view properties) : values_(properties) {
@@ -207,12 +217,12 @@ void Meeting::tell_meeting() {
     if (const std::string place = values_.text("PidLidLocation"); !place.empty()) tell("where", place);
     tell_changes();
     tell_recurrence();
-    const std::string name = values_.text("PidTagSentRepresentingName"),
+    const std::string name = values_.text(values_.has("PidTagSentRepresentingName") ? "PidTagSentRepresentingName"
+                                                                                    : "PidTagSenderName"),
                       address = values_.text("PidTagSentRepresentingEmailAddress");
-    if (!name.empty()) tell("from", name == address ? name : name + " <" + address + ">");
-    tell_people("required", "PidLidNonSendableTo", "PidLidNonSendToTrackStatus");
-    tell_people("optional", "PidLidNonSendableCc", "PidLidNonSendCcTrackStatus");
-    tell_people("resources", "PidLidNonSendableBcc", "PidLidNonSendBccTrackStatus");
+    if (!name.empty()) tell("from", name == address || address.empty() ? name : name + " <" + address + ">");
+    for (const RoleRow& row : kRoles)
+        tell_people(row.label, values_.has(row.names) ? row.names : row.shown, row.statuses);
     if (values_.number("PidLidReminderSet") != 0)
         tell("reminder", std::to_string(values_.number("PidLidReminderDelta")) + " minutes before");
 }

@@ -305,6 +305,7 @@ std::string describe_pattern(const RecurrencePattern& pattern) {
         }
     }
     if (pattern.end == RecurrenceEnd::never) return text;
-    if (pattern.end == RecurrenceEnd::after_number) return text + ", " + std::to_string(pattern.occurrences) + " times";
+    if (pattern.end == RecurrenceEnd::after_number)
+        return text + (pattern.occurrences == 1 ? ", once" : ", " + std::to_string(pattern.occurrences) + " times");
     return text + " until " + date_text((day_number(pattern.end_date) - kDaysTo1970) * kSecondsOfDay);
 }

@@ -82,7 +82,7 @@ TEST(Recurrence, RulesThatTheStoreKnows) {
          "every year on the fourth Thursday of month 11, 3 times", "a feast"},
         {"FREQ=YEARLY;COUNT=3", "20240229T100000", "24-02-29 25-02-28 26-02-28",
          "every year on day 29 of month 2, 3 times", "the store's leap days"},
-        {"freq=daily;byhour=10;byminute=0;bysecond=0;count=1", kFriday, "26-11-20", "every day, 1 times",
+        {"freq=daily;byhour=10;byminute=0;bysecond=0;count=1", kFriday, "26-11-20", "every day, once",
          "any case; its own time said again"},
     };
     for (const RuleRow& row : rows) {

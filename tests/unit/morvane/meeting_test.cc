@@ -104,6 +104,13 @@ TEST(Meeting, OtherPropertiesSayNothing) {
         << "structures that are none";
 }
 
+TEST(Meeting, AsAMailerShowsPeople) {
+    EXPECT_EQ(
+        meeting_lines("PidLidAppointmentStartWhole:time=2026-11-20T10:00:00Z\nPidTagSenderName:unicode="
+                      "Boss\nPidLidToAttendeesString:unicode=A; B\nPidLidCcAttendeesString:unicode=C\n"),
+        (Lines{"when      Fri 2026-11-20 10:00 - 10:00 (UTC)", "from      Boss", "required  A, B", "optional  C"}));
+}
+
 TEST(Meeting, Classes) {
     EXPECT_EQ(class_in_words("IPM.Schedule.Meeting.Request"), "invitation to a meeting");
     EXPECT_EQ(class_in_words("IPM.Other"), "");
