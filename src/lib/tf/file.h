@@ -61,6 +61,7 @@ tf_File tf_CreateFile();
 tf_File tf_open(im_Item item);  // an item that holds records already
 inline const ITEM_REF& tf_GetRef(const tf_File& file) { return file.item().ref(); }
 inline void tf_AppendRecord(tf_File& file, const tf_Record& record) { file.append(record); }
+inline std::int64_t tf_MarkNextRecord(const tf_File& file) { return file.end(); }
 inline std::int64_t tf_MarkPrevRecord(const tf_File& file) { return file.previous(); }
 inline void tf_GotoRecord(tf_File& file, std::int64_t position) { file.go_to(position); }
 inline void tf_UnreadFile(tf_File& file) { file.go_to(0); }

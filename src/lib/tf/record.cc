@@ -217,3 +217,12 @@ TFREC_start_package tf_ST_PKG_to_Struc(const tf_Record& record) {
     package.rfc2047subject = record.get_string(at + 10 + package.pMIMEContentType.size() + 1);
     return package;
 }
+
+void tf_SetPkgParallel(tf_Record& record) {
+    constexpr std::size_t kStringsAt = 24;
+    constexpr int kStrings = 3;  // subject, its language, its set; then come the flags
+    constexpr std::int32_t kParallelPackage = 2;
+    std::size_t flags_at = kStringsAt;
+    for (int i = 0; i < kStrings; ++i) flags_at += record.get_string(flags_at).size() + 1;
+    record.put32(flags_at, record.get32(flags_at) | kParallelPackage);
+}

@@ -138,3 +138,4 @@ struct TFREC_start_package {
 void tf_initTFREC_start_package(TFREC_start_package& package, std::int32_t type, std::int32_t qnPkgType);
 void tf_ST_PKG_from_Struc(tf_Record& record, const TFREC_start_package& package);
 TFREC_start_package tf_ST_PKG_to_Struc(const tf_Record& record);
+void tf_SetPkgParallel(tf_Record& record);  // sets the package flag 2 of such a record

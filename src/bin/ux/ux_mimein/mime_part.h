@@ -25,6 +25,9 @@ struct ux_MimeState {
     std::optional<bool> smime_v2;             // SMIME_V2, once it was read; stays for the process
 };
 ux_MimeState& ux_mime_state();
+// Change the depth of multiparts by one. True: it is now 1, that of the outermost.
+bool ux_IncrementNesting();
+bool ux_DecrementNesting();
 // Resets what belongs to a message, the stream in force included.
 void ux_begin_mime_message();
 void ux_reset_mime_state();  // everything; for tests

@@ -7,6 +7,9 @@ ux_MimeState& ux_mime_state() {
     return state;
 }
 
+bool ux_IncrementNesting() { return ++ux_mime_state().nestLevel == 1; }
+bool ux_DecrementNesting() { return --ux_mime_state().nestLevel == 1; }
+
 // What a message before left must not decide over this one; some values are the process's.
 void ux_begin_mime_message() {
     ux_MimeState& state = ux_mime_state();

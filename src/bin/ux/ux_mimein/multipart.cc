@@ -16,7 +16,6 @@ namespace {
 
 constexpr int kBoundaryNotUnique = 1428;
 constexpr int kSharedWarning = 24071;
-constexpr std::int32_t kParallelPackage = 2;
 constexpr std::int32_t kSignedPackage = 4;
 constexpr std::int32_t kNestedPackageType = 3;
 constexpr std::int32_t kNestedPackageKind = -100;
@@ -136,13 +135,13 @@ ux_MimePart* Multipart::step() {
     close();
     skip_epilogue();
     Reportfp_.reset();
-    --ux_mime_state().nestLevel;
+    ux_DecrementNesting();
     return nullptr;
 }
 
 // Without any parameters nothing is read, and the depth stays one higher: whatever reads next finds this text.
 bool Multipart::enter() {
-    AtTopLevel_ = ++ux_mime_state().nestLevel == 1;
+    AtTopLevel_ = ux_IncrementNesting();
     if (!parameters_) return false;
     ux_MultipartParameters parameters = ux_InParseMPParams(*parameters_);
     subject_ = parameters.pszName ? *std::move(parameters.pszName) : std::string(entity_.pRfc2047subject);
@@ -151,7 +150,7 @@ bool Multipart::enter() {
     check_unique();
     kind_ = ux_InParseMPSubtype(subtype_, entity_.bInImmediateMsg);
     if (convert_report(parameters.pszReportType.value_or(""))) {
-        --ux_mime_state().nestLevel;
+        ux_DecrementNesting();
         return false;
     }
     open();
@@ -213,10 +212,11 @@ void Multipart::open() {
         TFREC_start_package package;
         tf_initTFREC_start_package(package, kNestedPackageType, kNestedPackageKind);
         package.rfc2047subject = subject_;
-        package.pkgFlags = kind_.PackageFlags | (kind_.bParallel ? kParallelPackage : 0);
+        package.pkgFlags = kind_.PackageFlags;
         package.pMIMEContentType = entity_.header.pszSubPartType;
         tf_Record record;
         tf_ST_PKG_from_Struc(record, package);
+        if (kind_.bParallel) tf_SetPkgParallel(record);
         tf_AppendRecord(conversion_.TfHandle, record);
         if (entity_.pContentHdrRef != nullptr) put_object("inetContentHeader", *entity_.pContentHdrRef, 1, true);
     } else if (kind_.bStartGrp) {
@@ -267,7 +267,7 @@ bool Multipart::start_part() {
     ContentHdr_ = im_CrNewDataItem();
     ux_InParseContentHeader(ContentHdr_, conversion_.pbEndOfMsg, part_.header);
     if (kind_.bAlternative && lPrevSubPartTFPos_ > 0) supersede();
-    save_position(conversion_.TfHandle.end());
+    save_position(tf_MarkNextRecord(conversion_.TfHandle));
     if (kind_.bSigned && partNumber_ > 1) return false;
 
     part_.pRfc2047subject = subject_;

@@ -8,6 +8,7 @@
 #include <memory>
 #include <string>
 
+#include "cl/mail_node.h"
 #include "cust/cust.h"
 #include "dstring/ascii.h"
 #include "er/er.h"
@@ -67,7 +68,7 @@ bool ux::is_expanded_tnef(const ux_MimePart& entity, const ux_LeafPart& leaf) {
 
 bool ux::expand_tnef(ux_MimeConversion& conversion, ux_LeafPart& leaf) {
     constexpr bool SplitTNEF = false;  // the key UX_SPLIT_TNEF of old configurations has no effect
-    const bool update_flag = cust_GetInteger("TNEF_UPDATE_DL", 0) != 0;
+    const bool update_flag = cl_ReadDefMNode(kTnefNode).update_lists != 0;
     if (cust_GetBoolean("UXI_SAVE_INCOMING_TNEF", false)) save_copy(leaf.item);
     try {
         tnef_Decode(conversion.MsgHandle, conversion.TfHandle, leaf.item, conversion.pAckReq, conversion.pReplyReq,
