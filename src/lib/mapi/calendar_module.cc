@@ -30,7 +30,9 @@ using OwnedParser = std::unique_ptr<icalparser, ReleaseParser>;
 std::string_view view_of(const char* text) { return text == nullptr ? std::string_view() : std::string_view(text); }
 
 std::string signed_seconds(int seconds) {
-    return (seconds < 0 ? "" : "+") + std::to_string(seconds);  // a negative number has its sign
+    std::string text = std::to_string(seconds);
+    if (seconds >= 0) text.insert(text.begin(), '+');
+    return text;
 }
 
 std::string as_libical_writes_it(icalvalue* value) {

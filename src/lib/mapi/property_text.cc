@@ -76,9 +76,9 @@ std::string decimal(std::string digits, int exponent) {
     scientific.append(exponent < 0 ? "e-" : "e+").append(power.size() < 2 ? "0" : "").append(power);
     const auto count = static_cast<int>(digits.size());
     if (exponent < 0)
-        digits.insert(0, "0." + std::string(static_cast<std::size_t>(-exponent - 1), '0'));
+        digits = std::string("0.").append(static_cast<std::size_t>(-exponent - 1), '0').append(digits);
     else if (exponent + 1 < count)
-        digits.insert(static_cast<std::size_t>(exponent) + 1, ".");
+        digits.insert(digits.begin() + exponent + 1, '.');
     else
         digits.append(static_cast<std::size_t>(exponent + 1 - count), '0');
     return digits.size() <= scientific.size() ? digits : scientific;
