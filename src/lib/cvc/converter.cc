@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <cstdint>
 #include <cstring>
 #include <optional>
 
@@ -14,6 +15,7 @@
 #include "cvc/hz.h"
 #include "cvc/iconv_pool.h"
 #include "cvc/utf8.h"
+#include "dstring/words.h"
 
 namespace {
 
@@ -101,6 +103,40 @@ bool try_twins(char32_t code, Try&& attempt) {
 
 constexpr std::string_view kSignature = "\xEF\xBB\xBF";  // a byte-order mark: no part of the text
 
+constexpr std::size_t kLatin1Growth = 2;  // bytes of UTF-8 that a character of Latin-1 has at most
+
+// Writes a character of Latin-1 as UTF-8 (RFC 3629, section 3) and returns where the next one goes.
+char* put_latin1(char c, char* out) {
+    const auto code = static_cast<unsigned char>(c);
+    if (code < 0x80) {
+        *out = c;
+        return out + 1;
+    }
+    out[0] = static_cast<char>(0xC0 | code >> 6);
+    out[1] = static_cast<char>(0x80 | (code & 0x3F));
+    return out + 2;
+}
+
+// Every byte is a character, so the text goes over in one pass: words are copied as they are, and what stands in one
+// from its first accent on is overwritten. `out` has room for kLatin1Growth times the input, which is room for whole
+// words wherever a whole word is left to be read.
+char* latin1_to_utf8(std::string_view input, char* out) {
+    constexpr std::uint64_t high_bits = 0x8080808080808080;
+    const char* at = input.data();
+    const char* const end = at + input.size();
+    while (static_cast<std::size_t>(end - at) >= sizeof(std::uint64_t)) {
+        std::uint64_t word;
+        std::memcpy(&word, at, sizeof word);
+        std::memcpy(out, &word, sizeof word);
+        const std::size_t plain = dstring_bytes_unmarked(word & high_bits);
+        at += plain;
+        out += plain;
+        if (plain < sizeof word) out = put_latin1(*at++, out);
+    }
+    while (at != end) out = put_latin1(*at++, out);
+    return out;
+}
+
 }  // namespace
 
 class cvc_Converter::Reader {
@@ -130,15 +166,9 @@ public:
 
 private:
     static void read_latin1(std::string_view input, std::string& utf8) {
-        while (!input.empty()) {
-            const std::size_t plain = ccs_ascii_prefix(input);
-            utf8.append(input.data(), plain);
-            input.remove_prefix(plain);
-            while (!input.empty() && static_cast<unsigned char>(input.front()) >= 0x80) {
-                append_utf8(utf8, static_cast<unsigned char>(input.front()));
-                input.remove_prefix(1);
-            }
-        }
+        const std::size_t before = utf8.size();
+        utf8.resize(before + kLatin1Growth * input.size());
+        utf8.resize(static_cast<std::size_t>(latin1_to_utf8(input, utf8.data() + before) - utf8.data()));
     }
 
     bool read_utf8(std::string_view input, std::string& utf8) {
@@ -191,6 +221,7 @@ public:
     }
     bool available() const { return side_.coding != Coding::none && (!needs_iconv(side_) || iconv_); }
     std::uint64_t lost() const { return lost_; }
+    bool takes_all() const { return side_.coding == Coding::utf8; }  // what is read is what is written
 
     void write(std::string_view utf8, std::string& out) {
         switch (side_.coding) {
@@ -280,10 +311,18 @@ void cvc_Converter::pass_on(std::string& out) {
     middle_.clear();
 }
 
+// Of a piece that cannot be read nothing goes out.
+bool cvc_Converter::read_into(std::string_view piece, std::string& out) {
+    const std::size_t before = out.size();
+    if (reader_->read(piece, out)) return true;
+    out.resize(before);
+    return false;
+}
+
 bool cvc_Converter::convert(std::string_view input, std::string& out) {
     while (!input.empty()) {
         const std::string_view piece = input.substr(0, kBlock);
-        if (!reader_->read(piece, middle_)) return false;
+        if (!(writer_->takes_all() ? read_into(piece, out) : reader_->read(piece, middle_))) return false;
         pass_on(out);
         input.remove_prefix(piece.size());
     }

@@ -29,6 +29,7 @@ private:
     class Reader;
     class Writer;
     void pass_on(std::string& out);
+    bool read_into(std::string_view piece, std::string& out);
 
     std::unique_ptr<Reader> reader_;  // bytes of the source set to UTF-8
     std::unique_ptr<Writer> writer_;  // UTF-8 to bytes of the target set

@@ -2,12 +2,15 @@
 #include "cvc/cvc.h"
 
 #include <memory>
+#include <random>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include <gtest/gtest.h>
 
 #include "ccs/ccs.h"
+#include "cvc/converter.h"
 #include "cvc/utf8.h"
 #include "im/im.h"
 #include "support/home.h"
@@ -178,6 +181,42 @@ TEST(Strings, LongTextIsConvertedInBlocks) {
     EXPECT_EQ(out, latin);
     EXPECT_EQ(cvc_ConvertString("y" + utf8, "UTF8", "ISO8859_15", out), 0) << "blocks end inside characters";
     EXPECT_EQ(out, "y" + latin);
+}
+
+std::string plain_latin1(std::string_view text) {
+    std::string utf8;
+    for (const char c : text) append_utf8(utf8, static_cast<unsigned char>(c));
+    return utf8;
+}
+
+// Words of eight bytes, accents at every place of them, and what is left at the end.
+TEST(Strings, Latin1OfEveryLengthWithAccentsAnywhere) {
+    std::mt19937 random(8859);
+    for (std::size_t length = 0; length <= 40; ++length)
+        for (int round = 0; round < 300; ++round) {
+            const unsigned sparse = 1 + round % 12;
+            std::string text;
+            while (text.size() < length)
+                text += static_cast<char>(random() % sparse == 0 ? 0x80 + random() % 0x80 : random() % 0x80);
+            std::string out = "before";
+            cvc_Converter converter("ISO8859_1", "UTF8");
+            const std::size_t cut = length == 0 ? 0 : random() % length;
+            ASSERT_TRUE(converter.convert(std::string_view(text).substr(0, cut), out));
+            ASSERT_TRUE(converter.convert(std::string_view(text).substr(cut), out));
+            ASSERT_TRUE(converter.finish(out));
+            ASSERT_EQ(out, "before" + plain_latin1(text)) << length;
+        }
+}
+
+TEST(Strings, NothingGoesOutOfAPieceThatCannotBeRead) {
+    for (const char* const from : {"IA5", "UTF8", "WIN1252"})
+        for (const char* const to : {"UTF8", "ISO8859_1"}) {
+            cvc_Converter converter(from, to);
+            std::string out;
+            EXPECT_TRUE(converter.convert("good ", out));
+            EXPECT_FALSE(converter.convert("then \x81 not", out)) << from << ' ' << to;
+            EXPECT_EQ(out, "good ") << from << ' ' << to;
+        }
 }
 
 TEST(Names, AreRecognised) {
