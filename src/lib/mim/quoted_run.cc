@@ -1,6 +1,6 @@
-// Quoted-printable runs: see quoted_run.h. Text between escapes is copied eight bytes at a time, looking for the next
-// "=" in all of them at once; escapes often follow each other directly, so each looks for the next before the search
-// goes on.
+// Quoted-printable runs: see quoted_run.h. Text between escapes is copied sixteen bytes at a time, eight where there is
+// no instruction for that, looking for the next "=" in all of them at once; escapes often follow each other directly,
+// so each looks for the next before the search goes on.
 #include "mim/quoted_run.h"
 
 #include <array>
@@ -8,6 +8,10 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+
+#if defined(__SSE2__)
+    #include <emmintrin.h>
+#endif
 
 namespace {
 
@@ -25,13 +29,42 @@ constexpr auto kDigits = make_digits();
 
 constexpr std::size_t kWord = sizeof(std::uint64_t);
 
-// How many of the word's bytes, in the order of memory, stand before its first "="; kWord: there is none.
-std::size_t bytes_before_escape(std::uint64_t word) {
+// Copies a word and tells how many of its bytes stand before its first "="; kWord: there is none.
+std::size_t copy_word(const char* in, char* out) {
+    std::uint64_t word;
+    std::memcpy(&word, in, kWord);
+    std::memcpy(out, &word, kWord);
     if constexpr (std::endian::native == std::endian::big) word = __builtin_bswap64(word);
     constexpr std::uint64_t ones = 0x0101010101010101U;
     const std::uint64_t zeros = word ^ (ones * '=');
     const std::uint64_t marks = (zeros - ones) & ~zeros & (ones << 7);  // exact up to the first zero byte
     return static_cast<std::size_t>(std::countr_zero(marks)) / 8;
+}
+
+#if defined(__SSE2__)
+constexpr std::size_t kBlock = sizeof(__m128i);
+
+// The same with a block.
+std::size_t copy_block(const char* in, char* out) {
+    const __m128i block = _mm_loadu_si128(reinterpret_cast<const __m128i*>(in));
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(out), block);
+    const int escapes = _mm_movemask_epi8(_mm_cmpeq_epi8(block, _mm_set1_epi8('=')));  // a bit each, the first lowest
+    return static_cast<std::size_t>(std::countr_zero(static_cast<unsigned>(escapes) | 1U << kBlock));
+}
+#else
+constexpr std::size_t kBlock = kWord;
+std::size_t copy_block(const char* in, char* out) { return copy_word(in, out); }
+#endif
+
+// Copies text up to the next "=", or up to the last few bytes; the rest is for whoever looks at single bytes.
+void copy_plain(const char*& at, const char* end, char*& out) {
+    while (static_cast<std::size_t>(end - at) >= kWord) {
+        const bool whole = static_cast<std::size_t>(end - at) >= kBlock;
+        const std::size_t plain = whole ? copy_block(at, out) : copy_word(at, out);
+        at += plain;
+        out += plain;
+        if (plain < (whole ? kBlock : kWord)) return;
+    }
 }
 
 // A byte's value from the two characters after "=", or more than 255.
@@ -47,15 +80,7 @@ char* mim_quoted_run(std::string_view in, const char* before, char* out, bool jo
     const char* at = in.data();
     const char* const end = at + in.size();
     while (at != end) {
-        while (static_cast<std::size_t>(end - at) >= kWord) {
-            std::uint64_t word;
-            std::memcpy(&word, at, kWord);
-            std::memcpy(out, &word, kWord);
-            const std::size_t plain = bytes_before_escape(word);
-            at += plain;
-            out += plain;
-            if (plain != kWord) break;
-        }
+        copy_plain(at, end, out);
         while (end - at > 2 && *at == '=') {
             const unsigned byte = escaped_byte(at + 1);
             if (byte > 255) break;

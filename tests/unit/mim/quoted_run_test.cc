@@ -76,6 +76,20 @@ TEST(QuotedRun, Joining) {
     EXPECT_EQ(decoded("", true, "\r"), "\r");
 }
 
+TEST(QuotedRun, AnEscapeAtEveryPlaceOfEveryLength) {
+    for (std::size_t length = 3; length <= 80; ++length)
+        for (std::size_t at = 0; at + 3 <= length; ++at) {
+            std::string text(length, 'x');
+            for (std::size_t i = 0; i < length; ++i) text[i] = static_cast<char>('A' + i % 26);
+            std::string expected = text;
+            text.replace(at, 3, "=E9");
+            expected.replace(at, 3, "\xE9");
+            ASSERT_EQ(decoded(text), expected) << at;
+            text.replace(at, 3, "=Z9");
+            ASSERT_EQ(decoded(text), text) << at;
+        }
+}
+
 TEST(QuotedRun, LikeAPlainReading) {
     std::mt19937 random(2045);
     constexpr std::string_view kParts[] = {"=", "=4", "=41", "=0D", "=0A", "=zz", "a", "bcdefgh", "\r", " ", "A", "0"};
