@@ -14,5 +14,17 @@ inline constexpr std::size_t kUuRoom = 68;
 // line lacks is zero bits, what it has beyond its count is ignored; a line without any character stands for none.
 std::size_t mim_uu_decode_line(std::string_view line, char* out);
 
+// Many lines at once: those at the start of `text` that are full and end in LF or CR LF, at most `most` of them, up to
+// the first of any other look. Their bytes go to `out`, and up to kUuLinesSlack more bytes are written to. A full line
+// is "M" and sixty characters, none of which is a control character.
+struct mim_UuLines {
+    std::size_t lines = 0;
+    std::size_t length = 0;  // of them in `text`
+};
+inline constexpr std::size_t kUuLinesSlack = 8;
+mim_UuLines mim_uu_decode_full_lines(std::string_view text, std::size_t most, char* out);
+// The same without the wide instructions: for processors that lack them, and for comparison.
+mim_UuLines mim_uu_decode_full_lines_by_words(std::string_view text, std::size_t most, char* out);
+
 // "begin <mode> <name>": does the line open an item? Mode: three octal digits, or more characters up to a blank.
 bool mim_uu_is_begin(std::string_view line);

@@ -1,6 +1,8 @@
 // Uuencoded items in plain bodies: see uudecode.h. Lines are decoded from the reader's buffer into the item's.
 #include "ux_in/uudecode.h"
 
+#include <algorithm>
+
 #include "er/er.h"
 #include "mim/uu_line.h"
 
@@ -8,6 +10,7 @@ namespace {
 
 constexpr int kBeginLineSeen = 1519;
 constexpr std::size_t kLoggedLineLimit = 1024;
+constexpr std::size_t kLinesAtOnce = 64;
 
 // Appends a line's bytes to the item; returns how many they are.
 std::size_t append_line(std::string_view line, im_Item& item) {
@@ -16,36 +19,25 @@ std::size_t append_line(std::string_view line, im_Item& item) {
     return count;
 }
 
-// The length of the full line at the front of `text`, its line end included: "M", sixty characters none of which is a
-// NUL or part of the line end, and LF or CR LF. 0: what stands there is anything else.
-std::size_t full_line(std::string_view text) {
-    constexpr std::size_t characters = 1 + kUuFullLine / 3 * 4;
-    if (!text.starts_with('M')) return 0;
-    const std::size_t line_feed = text.substr(0, characters + 2).find('\n');
-    if (line_feed == std::string_view::npos || line_feed < characters) return 0;
-    if (line_feed > characters && text[characters] != '\r') return 0;
-    const std::string_view line = text.substr(0, characters);
-    return line.ends_with('\r') || line.find('\0') != std::string_view::npos ? 0 : line_feed + 1;
-}
-
 // The closing line of an item. Read as data it would be five bytes.
 bool closes_item(const ux_MailText& line) { return line.at_start && line.whole && line.text == "end"; }
 
 }  // namespace
 
 std::size_t ux::append_full_uu_lines(ux_LineReader& input, im_Item& item, std::size_t most) {
-    std::string_view ahead = input.lines_ahead();
-    const std::size_t ready = ahead.size();
+    constexpr std::size_t shortest = 1 + kUuFullLine / 3 * 4 + 1;
     std::size_t lines = 0;
-    while (lines < most) {
-        const std::size_t length = full_line(ahead);
-        if (length == 0) break;
-        append_line(ahead.substr(0, 1 + kUuFullLine / 3 * 4), item);
-        ahead.remove_prefix(length);
-        ++lines;
+    for (;;) {
+        const std::string_view ahead = input.lines_ahead();
+        const std::size_t wanted = std::min({most - lines, kLinesAtOnce, ahead.size() / shortest});
+        if (wanted == 0) return lines;
+        char* const room = item.room(wanted * kUuFullLine + kUuLinesSlack);
+        const mim_UuLines done = mim_uu_decode_full_lines(ahead, wanted, room);
+        item.advance(done.lines * kUuFullLine);
+        input.take_lines(done.length);
+        lines += done.lines;
+        if (done.lines < wanted) return lines;
     }
-    input.take_lines(ready - ahead.size());
-    return lines;
 }
 
 std::optional<std::string> ux_InIsUuencodeMarker(std::string_view pTextLine) {
