@@ -119,6 +119,11 @@ void cvr_SetSteeringFile(int slot) {
 
 int cvr_GetSteeringFile() { return state().in_force; }
 
+bool cvr_has_rules() {
+    const Steering& rules = in_force();
+    return !rules.targets.empty() || !rules.converts.empty() || !rules.discards.empty();
+}
+
 cvr_Target cvr_TargetCharSet(std::string_view charset, std::int32_t type) {
     for (const TargetRow& row : in_force().targets) {
         if (!row.match.covers(type, charset)) continue;

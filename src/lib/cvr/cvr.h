@@ -36,6 +36,8 @@ void cvr_TidyUp();  // unloads all
 // Puts a slot in force. A slot into which nothing was loaded is passed over: what was in force stays. Slot 0 is never.
 void cvr_SetSteeringFile(int slot);
 int cvr_GetSteeringFile();
+// Does the slot in force have any rule? If not, no text has a target and no part a conversion.
+bool cvr_has_rules();
 
 // What text of a set and file type is turned into: 0 the set `target`; 1 it stays in its set; 2 no rule.
 struct cvr_Target {

@@ -124,6 +124,28 @@ to = "BIG5"
     EXPECT_EQ(target("KOI8_U", 2133), "2 ") << "another type";
 }
 
+TEST_F(SteeringInForce, WhetherThereIsAnyRule) {
+    EXPECT_FALSE(cvr_has_rules()) << "nothing was loaded";
+    load("# no rule\n");
+    EXPECT_FALSE(cvr_has_rules());
+    load("[converter.none]\ncommand = [\"true\"]\n");
+    EXPECT_FALSE(cvr_has_rules()) << "a converter that no rule names";
+    for (const char* const rules :
+         {"[[target]]\nfrom = \"*\"\nto = \"UTF8\"\n", "[[discard]]\ntype = 9\nfrom = \"*\"\n",
+          "[[convert]]\ntype = 9\nfrom = \"*\"\nto = \"UTF8\"\nto_type = 9\nconverter = \"c\"\n"
+          "[converter.c]\ncommand = [\"true\"]\n"}) {
+        load(rules);
+        EXPECT_TRUE(cvr_has_rules()) << rules;
+    }
+    load("# no rule\n");
+    load("[[target]]\nfrom = \"*\"\nto = \"UTF8\"\n", 7);
+    EXPECT_FALSE(cvr_has_rules()) << "that slot is not in force";
+    cvr_SetSteeringFile(7);
+    EXPECT_TRUE(cvr_has_rules());
+    cvr_TidyUp();
+    EXPECT_FALSE(cvr_has_rules());
+}
+
 TEST_F(SteeringInForce, ConversionsComeBeforeDiscards) {
     load(R"(
 [[discard]]

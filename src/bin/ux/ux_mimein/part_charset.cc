@@ -189,8 +189,11 @@ void ux_SettleCharset(ux_LeafPart& part) {
     if (ux::is_text_code(part.lQNFileCode)) CharsetSettler(part).settle();
 }
 
+// Without rules there is nothing to be done whatever files there are: most systems have none, and their messages need
+// not look for them.
 void ux_ConvertPart(ux_LeafPart& part) {
-    if ((part.lQNFileCode == kPlainText && part.QNCharSet == kAsciiSet) || !has_steering()) return;
+    if (part.lQNFileCode == kPlainText && part.QNCharSet == kAsciiSet) return;
+    if (!cvr_has_rules() || !has_steering()) return;
     try {
         std::optional<Converted> converted = by_converter(part);
         if (!converted) converted = by_target(part);
