@@ -60,7 +60,7 @@ content goes back with reports · hops 3 · text/plain
    ├─ P2 originator   Boss  /CN=Boss
    ├─ return address  Jane Doe  /S=Doe/G=Jane/O=example.org
    ├─ subject         Grüße
-   ├─ item class      IPM.Note
+   ├─ item class      IPM.Note · mail
    ├─ created         Tue 2023-11-14 23:13:20 +01:00
    ├─ reply by        Tue 2023-11-14 12:43:21 -09:30
    ├─ expires         Thu 1970-01-01 00:00:01 +00:00

@@ -380,16 +380,16 @@ constexpr auto kTags = std::to_array<mapi_TagRow>({
     {0x7FFF, "PidTagAttachmentContactPhoto"},
 });
 
-constexpr const mapi_Guid* kAppointment = &kPsetidAppointment;
-constexpr const mapi_Guid* kTask = &kPsetidTask;
-constexpr const mapi_Guid* kAddress = &kPsetidAddress;
-constexpr const mapi_Guid* kCommon = &kPsetidCommon;
-constexpr const mapi_Guid* kLog = &kPsetidLog;
-constexpr const mapi_Guid* kNote = &kPsetidNote;
-constexpr const mapi_Guid* kSharing = &kPsetidSharing;
-constexpr const mapi_Guid* kPostRss = &kPsetidPostRss;
-constexpr const mapi_Guid* kMeeting = &kPsetidMeeting;
-constexpr const mapi_Guid* kAssistant = &kPsetidCalendarAssistant;
+constexpr const mapi_Guid& kAppointment = kPsetidAppointment;
+constexpr const mapi_Guid& kTask = kPsetidTask;
+constexpr const mapi_Guid& kAddress = kPsetidAddress;
+constexpr const mapi_Guid& kCommon = kPsetidCommon;
+constexpr const mapi_Guid& kLog = kPsetidLog;
+constexpr const mapi_Guid& kNote = kPsetidNote;
+constexpr const mapi_Guid& kSharing = kPsetidSharing;
+constexpr const mapi_Guid& kPostRss = kPsetidPostRss;
+constexpr const mapi_Guid& kMeeting = kPsetidMeeting;
+constexpr const mapi_Guid& kAssistant = kPsetidCalendarAssistant;
 
 constexpr auto kLids = std::to_array<mapi_LidRow>({
     {kAppointment, 0x8201, "PidLidAppointmentSequence"},
@@ -701,8 +701,8 @@ constexpr auto kLids = std::to_array<mapi_LidRow>({
     {kAssistant, 0x0003, "PidLidServerProcessingActions"},
 });
 
-constexpr const mapi_Guid* kPublic = &kPsPublicStrings;
-constexpr const mapi_Guid* kHeaders = &kPsInternetHeaders;
+constexpr const mapi_Guid& kPublic = kPsPublicStrings;
+constexpr const mapi_Guid& kHeaders = kPsInternetHeaders;
 
 constexpr auto kTexts = std::to_array<mapi_TextRow>({
     {kPublic, "Keywords", "PidNameKeywords"},
@@ -810,7 +810,7 @@ static_assert(ids_ascend());
 // Rows of a set stand together, so that one comparison of sets and one search of numbers find a row.
 constexpr bool lids_ascend() {
     for (std::size_t i = 1; i < kLids.size(); ++i)
-        if (*kLids[i - 1].set == *kLids[i].set && kLids[i - 1].lid >= kLids[i].lid) return false;
+        if (kLids[i - 1].set == kLids[i].set && kLids[i - 1].lid >= kLids[i].lid) return false;
     return true;
 }
 static_assert(lids_ascend());
@@ -819,7 +819,7 @@ static_assert(lids_ascend());
 struct TypedRow {
     std::uint16_t id;
     mapi_Type type;
-    std::string_view name;
+    mapi_NameText name;
 };
 constexpr auto kTyped = std::to_array<TypedRow>({
     {0x1013, mapi_Type::unicode, "PidTagBodyHtml"},
@@ -841,7 +841,7 @@ std::string_view tag_name(std::uint16_t id) {
 }
 
 std::string_view lid_name(const mapi_Name& name) {
-    auto row = std::find_if(kLids.begin(), kLids.end(), [&](const mapi_LidRow& r) { return *r.set == name.set; });
+    auto row = std::find_if(kLids.begin(), kLids.end(), [&](const mapi_LidRow& r) { return r.set == name.set; });
     if (row == kLids.end()) return {};
     const auto end = std::find_if(row, kLids.end(), [&](const mapi_LidRow& r) { return r.set != row->set; });
     row = std::lower_bound(row, end, name.lid, [](const mapi_LidRow& r, std::uint32_t lid) { return r.lid < lid; });
@@ -849,8 +849,9 @@ std::string_view lid_name(const mapi_Name& name) {
 }
 
 std::string_view text_name(const mapi_Name& name) {
-    const auto row = std::find_if(kTexts.begin(), kTexts.end(),
-                                  [&](const mapi_TextRow& r) { return r.text == name.text && *r.set == name.set; });
+    const auto row = std::find_if(kTexts.begin(), kTexts.end(), [&](const mapi_TextRow& r) {
+        return std::string_view(r.text) == name.text && r.set == name.set;
+    });
     return row == kTexts.end() ? std::string_view() : row->name;
 }
 
@@ -911,6 +912,6 @@ std::optional<mapi_Property> mapi_find_name(std::string_view name) {
         return tagged(typed->id);
     }
     if (row->tag != nullptr) return tagged(row->tag->id);
-    if (row->lid != nullptr) return named(*row->lid->set, row->lid->lid, {});
-    return named(*row->text->set, 0, row->text->text);
+    if (row->lid != nullptr) return named(row->lid->set, row->lid->lid, {});
+    return named(row->text->set, 0, row->text->text);
 }

@@ -8,6 +8,7 @@
 #include <string>
 #include <string_view>
 
+#include "dstring/constant_text.h"
 #include "mapi/property.h"
 
 // Property sets ([MS-OXPROPS], section 1.3.2).
@@ -27,19 +28,21 @@ inline constexpr mapi_Guid kPsetidMeeting =
 inline constexpr mapi_Guid kPsetidCalendarAssistant =
     mapi_make_guid(0x11000E07, 0xB51B, 0x40D6, {0xAF, 0x21, 0xCA, 0xA8, 0x5E, 0xDA, 0xB1, 0xD0});
 
+using mapi_NameText = dstring_Constant<71>;
+
 struct mapi_TagRow {
     std::uint16_t id;
-    std::string_view name;
+    mapi_NameText name;
 };
 struct mapi_LidRow {
-    const mapi_Guid* set;
+    mapi_Guid set;
     std::uint32_t lid;
-    std::string_view name;
+    mapi_NameText name;
 };
 struct mapi_TextRow {
-    const mapi_Guid* set;
-    std::string_view text;
-    std::string_view name;
+    mapi_Guid set;
+    mapi_NameText text;
+    mapi_NameText name;
 };
 std::span<const mapi_TagRow> mapi_tag_rows();    // in ascending order of id
 std::span<const mapi_LidRow> mapi_lid_rows();    // grouped by set, in ascending order of lid within it

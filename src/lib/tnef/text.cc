@@ -7,13 +7,14 @@
 #include "ccs/ccs.h"
 #include "cvc/cvc.h"
 #include "cvc/utf8.h"
+#include "dstring/constant_text.h"
 #include "mapi/property.h"
 
 namespace {
 
 struct CodepageRow {
     std::uint32_t codepage;
-    std::string_view set;
+    dstring_Constant<15> set;
 };
 
 // clang-format off
@@ -81,7 +82,7 @@ bool is_wide(std::string_view set) { return set.starts_with("UTF-16"); }
 std::string tnef_set_of(std::uint32_t codepage) {
     const auto row = std::lower_bound(kCodepages.begin(), kCodepages.end(), codepage,
                                       [](const CodepageRow& r, std::uint32_t number) { return r.codepage < number; });
-    if (row != kCodepages.end() && row->codepage == codepage) return std::string(row->set);
+    if (row != kCodepages.end() && row->codepage == codepage) return std::string(std::string_view(row->set));
     std::string name = "CP" + std::to_string(codepage);
     return codepage != 0 && cvc_iconv_recognised_charset(name) ? name : std::string(kDefaultSet);
 }

@@ -13,44 +13,45 @@ namespace {
 TEST(Names, EveryTagIsFoundBothWays) {
     for (const mapi_TagRow& row : mapi_tag_rows()) {
         const auto found = mapi_find_name(row.name);
-        ASSERT_TRUE(found) << row.name;
-        EXPECT_EQ(found->id, row.id) << row.name;
-        EXPECT_FALSE(found->name) << row.name;
+        ASSERT_TRUE(found) << std::string_view(row.name);
+        EXPECT_EQ(found->id, row.id) << std::string_view(row.name);
+        EXPECT_FALSE(found->name) << std::string_view(row.name);
         EXPECT_EQ(mapi_canonical_name(*found), row.name);
-        EXPECT_TRUE(row.name.starts_with("PidTag")) << row.name;
+        EXPECT_TRUE(std::string_view(row.name).starts_with("PidTag")) << std::string_view(row.name);
     }
 }
 
 TEST(Names, EveryNumberInASetIsFoundBothWays) {
     for (const mapi_LidRow& row : mapi_lid_rows()) {
         const auto found = mapi_find_name(row.name);
-        ASSERT_TRUE(found && found->name) << row.name;
-        EXPECT_EQ(*found->name, (mapi_Name{*row.set, row.lid, {}})) << row.name;
+        ASSERT_TRUE(found && found->name) << std::string_view(row.name);
+        EXPECT_EQ(*found->name, (mapi_Name{row.set, row.lid, {}})) << std::string_view(row.name);
         EXPECT_EQ(mapi_canonical_name(*found), row.name);
-        EXPECT_TRUE(row.name.starts_with("PidLid")) << row.name;
+        EXPECT_TRUE(std::string_view(row.name).starts_with("PidLid")) << std::string_view(row.name);
     }
 }
 
 TEST(Names, EveryTextInASetIsFoundBothWays) {
     for (const mapi_TextRow& row : mapi_text_rows()) {
         const auto found = mapi_find_name(row.name);
-        ASSERT_TRUE(found && found->name) << row.name;
-        EXPECT_EQ(*found->name, (mapi_Name{*row.set, 0, std::string(row.text)})) << row.name;
+        ASSERT_TRUE(found && found->name) << std::string_view(row.name);
+        EXPECT_EQ(*found->name, (mapi_Name{row.set, 0, std::string(std::string_view(row.text))}))
+            << std::string_view(row.name);
         EXPECT_EQ(mapi_canonical_name(*found), row.name);
-        EXPECT_TRUE(row.name.starts_with("PidName")) << row.name;
+        EXPECT_TRUE(std::string_view(row.name).starts_with("PidName")) << std::string_view(row.name);
     }
 }
 
 TEST(Names, NoNameIsThereTwiceAndNoSetIsSplit) {
     std::set<std::string_view> names;
-    for (const auto& row : mapi_tag_rows()) EXPECT_TRUE(names.insert(row.name).second) << row.name;
-    for (const auto& row : mapi_lid_rows()) EXPECT_TRUE(names.insert(row.name).second) << row.name;
-    for (const auto& row : mapi_text_rows()) EXPECT_TRUE(names.insert(row.name).second) << row.name;
-    std::set<const mapi_Guid*> sets;
-    const mapi_Guid* set = nullptr;
+    for (const auto& row : mapi_tag_rows()) EXPECT_TRUE(names.insert(row.name).second) << std::string_view(row.name);
+    for (const auto& row : mapi_lid_rows()) EXPECT_TRUE(names.insert(row.name).second) << std::string_view(row.name);
+    for (const auto& row : mapi_text_rows()) EXPECT_TRUE(names.insert(row.name).second) << std::string_view(row.name);
+    std::set<mapi_Guid> sets;
+    mapi_Guid set{};
     for (const auto& row : mapi_lid_rows()) {
         const bool begins = std::exchange(set, row.set) != row.set;
-        EXPECT_TRUE(!begins || sets.insert(row.set).second) << row.name;
+        EXPECT_TRUE(!begins || sets.insert(row.set).second) << std::string_view(row.name);
     }
 }
 
