@@ -13,6 +13,7 @@
 #include <cstring>
 #include <memory>
 
+#include "dstring/words.h"
 #include "im/im.h"
 
 namespace {
@@ -298,6 +299,8 @@ bool ccs_same_set(std::string_view left, std::string_view right) {
     return set == nullptr ? ccs_equal_ignoring_case(left, right) : set == ccs_GetCSDescriptor2(right);
 }
 
+// The byte that ends the prefix is told from the word that it is in: in text with accents a prefix is a few words long,
+// and looking at the last one byte by byte would cost more than all before it.
 std::size_t ccs_ascii_prefix(std::string_view text) {
     constexpr std::uint64_t kHighBits = 0x8080808080808080;
     const char* const begin = text.data();
@@ -311,7 +314,8 @@ std::size_t ccs_ascii_prefix(std::string_view text) {
     for (; end - at >= 8; at += 8) {
         std::uint64_t word = 0;
         std::memcpy(&word, at, sizeof word);
-        if ((word & kHighBits) != 0) break;
+        if ((word & kHighBits) != 0)
+            return static_cast<std::size_t>(at - begin) + dstring_bytes_unmarked(word & kHighBits);
     }
     while (at != end && static_cast<unsigned char>(*at) < 0x80) ++at;
     return static_cast<std::size_t>(at - begin);
