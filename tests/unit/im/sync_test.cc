@@ -27,7 +27,7 @@ int reason_of(const std::function<void()>& work) {
     return 0;
 }
 
-class Sync : public testing::Test {
+class SyncedItems : public testing::Test {
 protected:
     // Items that are placed, and their references.
     void place(std::size_t count) {
@@ -44,54 +44,59 @@ protected:
     std::vector<ITEM_REF> refs_;
 };
 
-TEST_F(Sync, AnyNumberOfItems) {
-    im_SyncItems({}, {});
+class Sync : public SyncedItems, public testing::WithParamInterface<im_SyncBy> {};
+using SyncByFiles = SyncedItems;
+
+TEST_P(Sync, AnyNumberOfItems) {
+    im_SyncItems({}, {}, GetParam());
     for (const std::size_t more : {1, 30, 1, 1, 100}) {  // few together, and many by whole file systems
         place(more);
-        EXPECT_EQ(reason_of([&] { im_SyncItems(refs_, {}); }), 0) << refs_.size();
+        EXPECT_EQ(reason_of([&] { im_SyncItems(refs_, {}, GetParam()); }), 0) << refs_.size();
     }
 }
 
-TEST_F(Sync, AnItemThatIsGoneIsAFailure) {
+TEST_F(SyncByFiles, AnItemThatIsGoneIsAFailure) {
     place(3);
     std::filesystem::remove(im_ItemRef2FName(refs_[1]));
-    EXPECT_EQ(reason_of([&] { im_SyncItems(refs_, {}); }), ENOENT);
+    EXPECT_EQ(reason_of([&] { im_SyncItems(refs_, {}, im_SyncBy::files); }), ENOENT);
 }
 
 // A failure belongs to its own message: the next one is asked for anew, whichever of the answers came first.
-TEST_F(Sync, AFailureDoesNotReachTheNextMessage) {
+TEST_P(Sync, AFailureDoesNotReachTheNextMessage) {
     place(5);
     const os_Fd sound = os_open("~/tmp/entry", O_WRONLY | O_CREAT);
     const int bad[] = {sound.get(), -1}, good[] = {sound.get()};
     for (int round = 0; round < 20; ++round) {
-        EXPECT_EQ(reason_of([&] { im_SyncItems(refs_, bad); }), EBADF);
-        EXPECT_EQ(reason_of([&] { im_SyncItems(refs_, good); }), 0);
+        EXPECT_EQ(reason_of([&] { im_SyncItems(refs_, bad, GetParam()); }), EBADF);
+        EXPECT_EQ(reason_of([&] { im_SyncItems(refs_, good, GetParam()); }), 0);
     }
 }
 
-TEST_F(Sync, OthersAreSyncedHoweverManyItemsThereAre) {
+TEST_P(Sync, OthersAreSyncedHoweverManyItemsThereAre) {
     place(100);
     const int bad[] = {-1};
-    EXPECT_EQ(reason_of([&] { im_SyncItems(refs_, bad); }), EBADF);
+    EXPECT_EQ(reason_of([&] { im_SyncItems(refs_, bad, GetParam()); }), EBADF);
 }
 
-TEST_F(Sync, AForkedChildSyncsToo) {
+TEST_P(Sync, AForkedChildSyncsToo) {
     place(2);
-    im_SyncItems(refs_, {});
-    EXPECT_EQ(run_in_child([&] { return reason_of([&] { im_SyncItems(refs_, {}); }); }), 0);
-    EXPECT_EQ(reason_of([&] { im_SyncItems(refs_, {}); }), 0) << "and leaves its parent's means alone";
+    im_SyncItems(refs_, {}, GetParam());
+    EXPECT_EQ(run_in_child([&] { return reason_of([&] { im_SyncItems(refs_, {}, GetParam()); }); }), 0);
+    EXPECT_EQ(reason_of([&] { im_SyncItems(refs_, {}, GetParam()); }), 0) << "and leaves its parent's means alone";
 }
 
-TEST_F(Sync, WithoutDescriptorsLeftItIsAFailure) {
+TEST_F(SyncByFiles, WithoutDescriptorsLeftItIsAFailure) {
     place(10);
-    im_SyncItems(refs_, {});
+    im_SyncItems(refs_, {}, im_SyncBy::files);
     EXPECT_EQ(run_in_child([&] {
                   const os_Fd next = os_open("/dev/null", O_RDONLY);
                   const rlimit limit{static_cast<rlim_t>(next.get()) + 2, static_cast<rlim_t>(next.get()) + 2};
                   ::setrlimit(RLIMIT_NOFILE, &limit);
-                  return reason_of([&] { im_SyncItems(refs_, {}); });
+                  return reason_of([&] { im_SyncItems(refs_, {}, im_SyncBy::files); });
               }),
               EMFILE);
 }
+
+INSTANTIATE_TEST_SUITE_P(EveryWay, Sync, testing::Values(im_SyncBy::choose, im_SyncBy::files, im_SyncBy::file_systems));
 
 }  // namespace

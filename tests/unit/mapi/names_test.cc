@@ -1,6 +1,7 @@
 // The names of [MS-OXPROPS]: every row is found both ways, and no name is there twice.
 #include "mapi/names.h"
 
+#include <array>
 #include <map>
 #include <set>
 #include <string>
@@ -47,11 +48,11 @@ TEST(Names, NoNameIsThereTwiceAndNoSetIsSplit) {
     for (const auto& row : mapi_tag_rows()) EXPECT_TRUE(names.insert(row.name).second) << std::string_view(row.name);
     for (const auto& row : mapi_lid_rows()) EXPECT_TRUE(names.insert(row.name).second) << std::string_view(row.name);
     for (const auto& row : mapi_text_rows()) EXPECT_TRUE(names.insert(row.name).second) << std::string_view(row.name);
-    std::set<mapi_Guid> sets;
+    std::set<std::array<std::uint8_t, 16>> sets;
     mapi_Guid set{};
     for (const auto& row : mapi_lid_rows()) {
         const bool begins = std::exchange(set, row.set) != row.set;
-        EXPECT_TRUE(!begins || sets.insert(row.set).second) << std::string_view(row.name);
+        EXPECT_TRUE(!begins || sets.insert(row.set.bytes).second) << std::string_view(row.name);
     }
 }
 
