@@ -87,7 +87,7 @@ void append_utf8(std::string& out, unsigned char latin1) {
 
 std::string line_head(const State& s) {
     return "{\"type\":" + std::to_string(s.type) + ",\"time\":" + std::to_string(os_Date().seconds) +
-           ",\"pid\":" + std::to_string(os_process_id()) + ",\"entries\":[";
+           ",\"pid\":" + std::to_string(::getpid()) + ",\"entries\":[";
 }
 
 // Keeps the others out until the trail is closed: a file grows page by page while somebody writes to it, so that its

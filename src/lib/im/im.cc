@@ -74,12 +74,12 @@ void sync_folder(Claim& c, const std::string& folder) {
 // The claim of this process on this home. What a forked child inherits is its parent's.
 Claim& staked_claim() {
     Claim& c = claim();
-    if (c.ids && c.process == os_process_id() && c.home == os_Home()) return c;
+    if (c.ids && c.process == ::getpid() && c.home == os_Home()) return c;
     c = Claim{};
     sync_folder(c, os_HomePath("~/data"));
     sync_folder(c, os_HomePath("~/sys"));
     c.ids = os_open(kIdsFile, O_RDWR | O_CREAT);
-    c.process = os_process_id();
+    c.process = ::getpid();
     c.home = os_Home();
     return c;
 }

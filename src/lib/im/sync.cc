@@ -32,7 +32,7 @@ constexpr unsigned kAtOnce = 64;  // files and folders; a message of more is as 
 // The kernel's queue of requests; made with the first message, good for the process.
 class SyncRing {
 public:
-    SyncRing() : process_(os_process_id()), usable_(::io_uring_queue_init(kAtOnce, &ring_, 0) == 0) {}
+    SyncRing() : process_(::getpid()), usable_(::io_uring_queue_init(kAtOnce, &ring_, 0) == 0) {}
     ~SyncRing() { give_up(); }
     SyncRing(const SyncRing&) = delete;
     SyncRing& operator=(const SyncRing&) = delete;
@@ -50,7 +50,7 @@ private:
 };
 
 bool SyncRing::sync(std::span<const int> files) {
-    if (!usable_ || files.size() > kAtOnce || process_ != os_process_id()) return false;
+    if (!usable_ || files.size() > kAtOnce || process_ != ::getpid()) return false;
     for (const int file : files) ::io_uring_prep_fsync(::io_uring_get_sqe(&ring_), file, 0);
     const int submitted = ::io_uring_submit_and_wait(&ring_, static_cast<unsigned>(files.size()));
     const int failure = submitted > 0 ? await(static_cast<unsigned>(submitted)) : 0;

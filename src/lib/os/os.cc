@@ -4,7 +4,6 @@
 #include <fcntl.h>
 #include <netdb.h>
 #include <poll.h>
-#include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -241,27 +240,6 @@ os_Moment os_Date() {
     tm local{};
     localtime_r(&now, &local);
     return {now, static_cast<std::int16_t>(local.tm_gmtoff / 60)};
-}
-
-namespace {
-
-// Memory for one id that a forked child finds empty; nothing where the kernel (before 4.14) has no such memory.
-pid_t* make_id_memory() {
-    constexpr std::size_t page = 4096;
-    void* const memory = ::mmap(nullptr, page, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
-    if (memory == MAP_FAILED) return nullptr;
-    if (::madvise(memory, page, MADV_WIPEONFORK) == 0) return static_cast<pid_t*>(memory);
-    ::munmap(memory, page);
-    return nullptr;
-}
-
-}  // namespace
-
-pid_t os_process_id() {
-    static pid_t* const id = make_id_memory();
-    if (id == nullptr) return ::getpid();
-    if (*id == 0) *id = ::getpid();
-    return *id;
 }
 
 std::int64_t os_now_nanoseconds() {

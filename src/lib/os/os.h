@@ -72,9 +72,6 @@ struct os_Moment {
 };
 os_Moment os_Date();
 std::int64_t os_now_nanoseconds();  // wall clock
-// getpid(2), which is asked many times with each message to tell a forked child from its parent: the kernel is asked
-// once in each process.
-pid_t os_process_id();
 // "2026-11-20T21:22:33.123456Z" for a wall-clock time in nanoseconds; without fraction for `digits` 0.
 std::string os_timestamp(std::int64_t nanoseconds, int digits = 6);
 

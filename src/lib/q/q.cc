@@ -43,7 +43,7 @@ std::string entry_name(int priority) {
     static unsigned running = 0;
     std::string nanoseconds = std::to_string(os_now_nanoseconds());
     nanoseconds.insert(0, 20 - nanoseconds.size(), '0');
-    return std::string(1, rank_of(priority)) + '-' + nanoseconds + '-' + std::to_string(os_process_id()) + '-' +
+    return std::string(1, rank_of(priority)) + '-' + nanoseconds + '-' + std::to_string(::getpid()) + '-' +
            std::to_string(++running);
 }
 

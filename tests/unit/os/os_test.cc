@@ -264,18 +264,6 @@ TEST(OsHost, AHostWithoutAnEntryIsNotFound) {
     EXPECT_TRUE(mdc_gethostbyname("localhost").has_value());
 }
 
-TEST(OsProcess, EveryProcessHasAnIdOfItsOwn) {
-    EXPECT_EQ(os_process_id(), ::getpid());
-    EXPECT_EQ(os_process_id(), ::getpid()) << "asked again";
-    const auto in_child = [] {
-        const bool first = os_process_id() == ::getpid();
-        const int grandchild = run_in_child([] { return os_process_id() == ::getpid() ? 0 : 1; });
-        return first && grandchild == 0 && os_process_id() == ::getpid() ? 0 : 1;
-    };
-    EXPECT_EQ(run_in_child(in_child), 0) << "a child is not its parent";
-    EXPECT_EQ(os_process_id(), ::getpid());
-}
-
 TEST(OsClock, TheZoneIsInMinutesEast) {
     const char* const before = std::getenv("TZ");
     const std::string saved = before == nullptr ? "" : before;
