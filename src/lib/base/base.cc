@@ -20,12 +20,27 @@ struct base_Detector::Engine {
     uchardet_t handle;
 };
 
+namespace {
+
+// A whole character of two bytes, as accents, Greek, Cyrillic are: taken at once, because there are many.
+bool is_pair(std::string_view data) {
+    if (data.size() < 2) return false;
+    const auto lead = static_cast<unsigned char>(data[0]), next = static_cast<unsigned char>(data[1]);
+    return lead >= 0xC2 && lead <= 0xDF && next >= 0x80 && next <= 0xBF;
+}
+
+}  // namespace
+
 void base_Utf8Watch::feed(std::string_view data) {
     while (well_formed_) {
         if (left_ == 0) data.remove_prefix(ccs_ascii_prefix(data));
         if (data.empty()) return;
-        take(static_cast<unsigned char>(data.front()));
-        data.remove_prefix(1);
+        const bool pair = left_ == 0 && is_pair(data);
+        if (pair)
+            met_ = true;
+        else
+            take(static_cast<unsigned char>(data.front()));
+        data.remove_prefix(pair ? 2 : 1);
     }
 }
 

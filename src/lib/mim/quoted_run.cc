@@ -56,15 +56,16 @@ constexpr std::size_t kBlock = kWord;
 std::size_t copy_block(const char* in, char* out) { return copy_word(in, out); }
 #endif
 
-// Copies text up to the next "=", or up to the last few bytes; the rest is for whoever looks at single bytes.
-void copy_plain(const char*& at, const char* end, char*& out) {
-    while (static_cast<std::size_t>(end - at) >= kWord) {
-        const bool whole = static_cast<std::size_t>(end - at) >= kBlock;
-        const std::size_t plain = whole ? copy_block(at, out) : copy_word(at, out);
+// Copies text in pieces of one size up to the next "=", or until less than a piece is left. True: a "=" was found.
+template <std::size_t kSize>
+bool copy_plain(const char*& at, const char* end, char*& out) {
+    while (static_cast<std::size_t>(end - at) >= kSize) {
+        const std::size_t plain = kSize == kWord ? copy_word(at, out) : copy_block(at, out);
         at += plain;
         out += plain;
-        if (plain < (whole ? kBlock : kWord)) return;
+        if (plain < kSize) return true;
     }
+    return false;
 }
 
 // A byte's value from the two characters after "=", or more than 255.
@@ -80,7 +81,7 @@ char* mim_quoted_run(std::string_view in, const char* before, char* out, bool jo
     const char* at = in.data();
     const char* const end = at + in.size();
     while (at != end) {
-        copy_plain(at, end, out);
+        if (!copy_plain<kBlock>(at, end, out)) copy_plain<kWord>(at, end, out);
         while (end - at > 2 && *at == '=') {
             const unsigned byte = escaped_byte(at + 1);
             if (byte > 255) break;
