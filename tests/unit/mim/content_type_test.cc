@@ -4,6 +4,7 @@
 #include <filesystem>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include <gtest/gtest.h>
 
@@ -235,6 +236,57 @@ TEST_F(ContentType, AnOddMapIsWarnedOf) {
     EXPECT_EQ(mapped("a/b"), "1 ") << "the first holds";
     EXPECT_EQ(mapped("application/octet-stream", "f.x"), "1 ");
     EXPECT_EQ(mapped("a/c"), "2 ");
+}
+
+// A tab is good TOML, but not of the plain form: with one at the end the parser reads the map.
+const char* const kByParser = "\n\t";
+
+TEST_F(ContentType, TheShippedMapIsReadAsTheParserReadsIt) {
+    const std::string map = shipped_map();
+    std::vector<std::string> types, extensions;
+    for (std::size_t at = 0; (at = map.find('"', at)) != std::string::npos; ++at) {
+        const std::size_t end = map.find('"', at + 1);
+        const std::string text = map.substr(at + 1, end - at - 1);
+        (text.find('/') == std::string::npos ? extensions : types).push_back(text);
+        at = end;
+    }
+    EXPECT_GT(types.size(), 100U);
+    const auto codes = [&] {
+        std::string all;
+        for (const std::string& type : types) all += mapped(type) + '\n';
+        for (const std::string& extension : extensions)
+            all += mapped("application/octet-stream", "f." + extension) + '\n';
+        return all;
+    };
+    use(map);
+    const std::string plainly = codes();
+    use(map + kByParser);
+    EXPECT_EQ(plainly, codes());
+}
+
+constexpr const char* kPlainMaps[] = {
+    "type = [\n    { mime = \"a/b\", code = 10, extensions = [\"x\", \"Y\"] },  # c\n\n"
+    "{mime=\"a/c\",code=0,extensions=[]},{ mime = \"A/b\", code = 7, extensions = [\"x\"] }\n]\n",
+    "# c\n\n  type=[]#d",
+    "type = [ { mime = \"a/b\", code = 1, extensions = [\"\"] } # c\n , ]",
+};
+
+// One character more, less or other: the plain reading takes nothing that the parser refuses or reads in another way.
+TEST_F(ContentType, WhatIsNearlyPlainIsReadAsTheParserReadsIt) {
+    const auto outcome = [this](const std::string& map) {
+        const std::string said = complaint(map);
+        if (said.starts_with("22 ")) return std::string("refused");
+        return said + '|' + mapped("a/b") + mapped("a/c") + mapped("application/octet-stream", "f.x") +
+               mapped("application/octet-stream", "f.y") + mapped("application/octet-stream", "f.");
+    };
+    for (const std::string map : kPlainMaps)
+        for (std::size_t at = 0; at <= map.size(); ++at)
+            for (const char c : std::string_view("\0\"',[]{}#\n =\\x0-1\xC3", 18)) {
+                const std::string more = std::string(map).insert(at, 1, c);
+                ASSERT_EQ(outcome(more), outcome(more + kByParser)) << more;
+                const std::string other = std::string(map).replace(at, at < map.size() ? 1 : 0, c == '\0' ? 0 : 1, c);
+                ASSERT_EQ(outcome(other), outcome(other + kByParser)) << other;
+            }
 }
 
 struct InsertRow {
