@@ -32,8 +32,8 @@ public:
         const std::string_view ahead = block_.substr(taken_, kLongestLine);
         const std::size_t end = ahead.find('\n');
         if (end == std::string_view::npos || ahead.front() == '-' || ahead.front() == '.') return std::nullopt;
+        if (holds_nul(taken_ + end)) return std::nullopt;
         std::string_view text = ahead.substr(0, end);
-        if (text.find('\0') != std::string_view::npos) return std::nullopt;
         while (text.ends_with('\r')) text.remove_suffix(1);
         taken_ += end + 1;
         return mim_LinePiece{text, true, true, end - text.size()};
@@ -41,8 +41,23 @@ public:
     std::size_t taken() const { return taken_; }
 
 private:
+    static constexpr std::size_t kWindow = 1024;
+
+    // Is there a NUL before `end`, in what has not been looked at? It is looked for in many lines at a time, but not in
+    // all of the block, of which few may be taken.
+    bool holds_nul(std::size_t end) {
+        while (clean_ < end) {
+            const std::string_view window = block_.substr(clean_, kWindow);
+            const std::size_t nul = window.find('\0');
+            if (nul != std::string_view::npos && clean_ + nul < end) return true;
+            clean_ += std::min(nul, window.size());
+        }
+        return false;
+    }
+
     std::string_view block_;
     std::size_t taken_ = 0;
+    std::size_t clean_ = 0;  // so many bytes of the block hold no NUL
 };
 
 template <class Decoder>

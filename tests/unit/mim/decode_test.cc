@@ -421,6 +421,23 @@ TEST(DecodeBlocks, LongestLine) {
         }
 }
 
+// NULs are looked for in many lines at once; what is taken ends before the line that holds the first.
+TEST(DecodeBlocks, ANulAnywhere) {
+    std::string body;
+    for (int line = 0; line < 130; ++line) body += std::string(static_cast<std::size_t>(line) % 97 + 30, 'a') + "\r\n";
+    ASSERT_GT(body.size(), 8300U);
+    for (std::size_t at = 0; at<body.size(); at = at> 4050 && at < 4140 ? at + 1 : at + 13) {
+        std::string block = body;
+        block[at] = '\0';
+        block.back() = '\0';  // another one
+        const std::size_t line_feed = at == 0 ? std::string::npos : block.rfind('\n', at - 1);
+        for (const mim_TransferEncoding encoding : {identity, quoted_printable, uuencode}) {
+            im_Item item = im_CrNewDataItem();
+            ASSERT_EQ(mim_make_decoder(encoding, true, item)->lines(block), line_feed + 1) << at;
+        }
+    }
+}
+
 // Most of a large body goes in blocks: otherwise it would be slow without being wrong.
 TEST(DecodeBlocks, MostIsTaken) {
     std::string body;
