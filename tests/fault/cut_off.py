@@ -101,6 +101,44 @@ rest
 QUIT
 """
 
+# Signed messages: of CR LF and of LF, dots, a signed one inside another, one that nothing closes.
+SIGNED = b"""\
+MAIL FROM:<o@example.com>\r
+RCPT TO:<p@example.org>\r
+DATA\r
+Content-Type: multipart/signed; protocol=x/y; boundary=b\r
+\r
+--b\r
+Content-Type: multipart/signed; boundary=c\r
+\r
+--c\r
+\r
+..text
+text\r
+--c
+Content-Type: x/y
+
+inner
+--c--
+--b
+Content-Type: x/y
+
+outer
+--b--
+epilogue
+.
+MAIL FROM:<q@example.com>
+RCPT TO:<r@example.org>
+DATA
+Content-Type: multipart/signed; boundary=b
+
+--b
+
+text
+.
+QUIT
+"""
+
 
 def run_cuts(dialogue, cuts):
     """Runs the dialogue cut at each of these offsets, in one home."""
@@ -168,6 +206,7 @@ def tests():
     yield "cut off: two mails with errors, at every byte", at_every_byte(TWO_MAILS)
     yield "cut off: 8-bit and odd line ends, at every byte", at_every_byte(EIGHT_BIT)
     yield "cut off: messages inside messages, at every byte", at_every_byte(INSIDE)
+    yield "cut off: signed messages, at every byte", at_every_byte(SIGNED)
     yield "cut off: forty mails, at 60 places", at_samples(many_mails, 60, 1)
     yield "cut off: one large mail, at 40 places", at_samples(large_mail, 40, 2)
     yield "cut off: messages 3,000 deep, at 20 places", at_samples(deep_mail, 20, 3)

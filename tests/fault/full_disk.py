@@ -34,6 +34,11 @@ MAILS = {
     "parts": b"MIME-Version: 1.0\nContent-Type: multipart/mixed; boundary=b\n\n" + PART + PART + b"QUJD\n" * 3000 +
              b"--b\nContent-Type: multipart/alternative; boundary=c\n\n--c\n\nplain\n--c\nContent-Type: text/html; "
              b"charset=iso-8859-1\n\n<p>\n--c--\n" + PART + b"QUJD" * 19 * 2600 + b"\n" + PART + b"--b--\n",
+    # What was signed is read again from its item as far as that has the bytes that came, which is to the first LF
+    # without CR, and behind it from a copy. The item, the copy and the part are all too large to stay in memory.
+    "signed": b"Content-Type: multipart/signed; protocol=x/y; boundary=b\n\n--b\r\n\r\n" +
+              b"0123456789abcd\r\n" * 1000 + b"0123456789abcde\n" * 9000 +
+              b"--b\nContent-Type: x/y\n\nsignature\n--b--\n",
 }
 
 
