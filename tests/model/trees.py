@@ -18,12 +18,16 @@ from base64 import b64encode
 
 import encodings_of_bodies
 
-BINARY, PLAIN, OTHER_TEXT, HTML, RICH_TEXT = 0, 1167, 1736, 2133, 2130
+BINARY, PLAIN, OTHER_TEXT, HTML, RICH_TEXT, SIGNED_ENTITY = 0, 1167, 1736, 2133, 2130, 2185
 HIDDEN_CONTENT, HIDDEN_PACKAGE = 0x21, 0x18
 NESTED_PACKAGE = (3, -100)
-PARALLEL = 2
+PACKAGE_FLAGS = {"parallel": 2, "signed": 4}  # these are packages wherever they stand
 CREATED, MODIFIED = 30600, 30605
 DISPOSITION_LIMIT = 20
+
+SIGNED_FIELDS = {"type": SIGNED_ENTITY, "flags": 0, "pOrigFileName": b"", "pContentCharset": b"",
+                 "pMIMEContentType": b"multipart/signed", "pContentDisp": b"", "pContentID": b"",
+                 "pContentLocation": b"", "rfc2047subject": b"smime_clearsigned.txt"}
 
 ANY = object()  # a value that is somebody else's business
 
@@ -57,7 +61,7 @@ TYPES = (
 )
 WITHOUT_SLASH = ("", "", "text", "nonsense")
 SUBTYPES = ("mixed", "mixed", "alternative", "alternative", "related", "parallel", "digest", "report", "form-data",
-            "x-unheard-of", "MIXED", "Alternative", "PARALLEL")
+            "x-unheard-of", "MIXED", "Alternative", "PARALLEL", "signed", "signed", "SIGNED")
 ENCODINGS = ("", "7bit", "8bit", "binary", "base64", "base64", "quoted-printable", "quoted-printable", "x-uuencode",
              "uuencode", "x-unheard-of")
 DECODED = ("base64", "quoted-printable", "x-uuencode", "uuencode")
@@ -89,6 +93,14 @@ class Level:
     is_alternative: bool = False
     is_digest: bool = False
     location: bytes = b""
+
+
+@dataclass
+class SignedCopy:
+    """The item that holds a multipart/signed whole."""
+    event: list
+    begin: int   # where the lines behind its first boundary line begin
+    head: bytes  # what stands before those in the item
 
 
 @dataclass
@@ -153,6 +165,10 @@ def hide(events, begins):
             event[1]["flags"] |= HIDDEN_CONTENT
 
 
+def with_crlf(octets):
+    return re.sub(rb"\r*\n", b"\r\n", octets)
+
+
 def with_line_feeds(octets):
     return re.sub(rb"\r*\n", b"\n", octets)
 
@@ -167,6 +183,7 @@ class Writer:
         self.as_text = 0       # open multiparts that are kept whole
         self.kept_in = b""     # boundary line behind what is kept whole
         self.swallows = None   # (content event, where its body begins, the leaf's header): it takes all that follows
+        self.copies = []       # of the multipart/signed that are open, or were never closed
         self.refused = False
         self.numbers = 0
         self.has_bare = False  # a multipart has no boundary: in another one, its lines would be the other's, too
@@ -227,13 +244,21 @@ class Writer:
                 self.leaf(header, None)
         except TextEnds:
             pass
+        self.end_of_text(0)
+        return Mail(self.stuffed(), [tuple(event) for event in self.events], self.refused)
+
+    def end_of_text(self, copies):
+        """Of all of it, or of the copy that this is the number of: what goes on until there is known now."""
         if self.swallows:
             event, begin, leaf = self.swallows
             rest = b"".join(self.out[begin:])
             event[2] = with_line_feeds(rest) if leaf and leaf.is_text else rest
             if leaf:
                 event[1].update(self.labels(leaf, event[2]))
-        return Mail(self.stuffed(), [tuple(event) for event in self.events], self.refused)
+            self.swallows = None
+        for copy in self.copies[copies:]:
+            copy.event[2] = copy.head + with_crlf(b"".join(self.out[copy.begin:]))
+        del self.copies[copies:]
 
     def describe_nothing(self, header):
         header.kind, header.encoding = "x/x", ""
@@ -325,6 +350,8 @@ class Writer:
         self.chance.shuffle(parameters)
         if b"x=;" in parameters[:-1]:
             self.swallow_parameter(header, parameters)
+        if header.subtype.lower() == "signed" and not header.boundary:
+            header.subtype = "mixed"  # any line of dashes would end what is kept whole
         parameters[-1] = parameters[-1][:-1]
         kind = self.any_case(b"multipart") + self.pick((b"/", b"/", b" / ")) + header.subtype.encode()
         header.content_type = self.add(header, b"Content-Type", [kind + self.pick((b";", b";", b" ;")), *parameters])
@@ -356,7 +383,10 @@ class Writer:
             if self.rarely(0.005):
                 raise TextEnds  # it never opens
             self.line(level.marker)
-            self.parts(level, content_header)
+            if kind == "signed" and self.counts:
+                self.signed(header, level)
+            else:
+                self.parts(level, content_header)
         finally:
             if counts and closing:
                 self.events.append(closing)
@@ -368,10 +398,9 @@ class Writer:
         if level.is_alternative:
             self.note("alternatives")
             return ["end of alternatives"]
-        if kind == "report" or is_message_body and kind != "parallel":
+        if kind == "report" or is_message_body and kind not in PACKAGE_FLAGS:
             return None
-        flags = PARALLEL if kind == "parallel" else 0
-        self.note("package", *NESTED_PACKAGE, flags, level.subject, header.content_type)
+        self.note("package", *NESTED_PACKAGE, PACKAGE_FLAGS.get(kind, 0), level.subject, header.content_type)
         if not is_message_body:
             self.note("object", b"inetContentHeader", 1, True, header.content())
         return ["end of package"]
@@ -425,6 +454,76 @@ class Writer:
         if self.counts:
             self.swallows = None
         self.separate(level, part, b"--")
+
+    # ---- Signed parts
+
+    def signed(self, header, level):
+        """The parts of a multipart/signed: the first becomes records, and all go into an item as they are. Of the
+        second one the header counts."""
+        copies, signature = len(self.copies), []
+        parameters = header.content_type.split(b";", 1)[1].strip(b" \t").replace(b";", b";\r\n\t")
+        head = b"Content-Type: multipart/signed;\r\n\t" + parameters + b"\r\n\r\n\r\n" + level.marker + b"\r\n"
+        event = ["content", SIGNED_FIELDS, b""]
+        self.copies.append(SignedCopy(event, len(self.out), head))
+        try:
+            tail = self.signed_parts(level, signature)
+            self.close_signed(level, copies, tail)
+        finally:
+            self.events.append(event)
+            for part in signature:
+                self.events.append(["object", b"inetContentHeader", 0, False, part.content()])
+
+    def signed_parts(self, level, signature):
+        """Returns the part that the closing line follows, when it is the first one."""
+        count = 1 if self.deep else self.pick((1, 2, 2, 2, 3))
+        part = self.describe_part(level, count == 1)
+        self.swallows = None
+        self.write_header(part)
+        if self.rarely(0.003):
+            raise TextEnds
+        self.line()
+        self.part(part, level)
+        if count == 1:
+            return part
+        if not part.without_parameters:
+            self.separate(level, part, b"")
+        is_read = self.counts
+        if is_read:
+            self.swallows = None
+        self.as_text += 1
+        self.kept_in = level.marker
+        try:
+            for number in range(2, count + 1):
+                part = self.describe_part(level, True)
+                if is_read and number == 2:
+                    signature.append(part)
+                self.write_header(part)
+                self.line()
+                self.part(part, level)
+                if number < count:
+                    self.line(level.marker)
+        finally:
+            self.as_text -= 1
+        return None
+
+    def close_signed(self, level, copies, only_part):
+        """Only a line that is exactly the closing one ends the item. Nothing behind the message's end line is read."""
+        takes_rest = only_part is None or self.ended or self.goes_on(self.tail(only_part, level)[0])
+        if takes_rest and self.rarely(0.05):
+            self.ended = True
+            return
+        if self.counts and only_part is not None:
+            self.swallows = None
+        begin = len(self.out)
+        if only_part is None or self.ended:
+            self.line(level.marker + b"--" + (b" " if self.rarely(0.05) else b""))
+        else:
+            self.separate(level, only_part, b"--")
+        if self.out[begin].rstrip(b"\r\n") == level.marker + b"--":
+            self.end_of_text(copies)
+            self.ended = False
+        else:
+            self.ended = True
 
     def separate(self, level, part, dashes):
         """A boundary line: behind a leaf it may carry blanks; behind a multipart, and to close, it may be in any case."""
