@@ -10,6 +10,7 @@
 #include <cerrno>
 #include <cstring>
 
+#include "dstring/ascii.h"
 #include "er/er.h"
 #include "mim/address.h"
 #include "mim/mim.h"
@@ -28,15 +29,10 @@ constexpr std::size_t kAddressLimit = 1000;
 constexpr std::size_t kNamesSorted = 50'000;  // of a folder at a time, so that a huge one is not held whole
 constexpr std::string_view kFrom = "From ";
 
-bool equal_ignoring_case(std::string_view a, std::string_view b) {
-    const auto lower = [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c + 32) : c; };
-    return a.size() == b.size() &&
-           std::equal(a.begin(), a.end(), b.begin(), [&](char x, char y) { return lower(x) == lower(y); });
-}
-
 bool ends_with_any(std::string_view name, std::initializer_list<std::string_view> endings) {
     return std::any_of(endings.begin(), endings.end(), [&](std::string_view ending) {
-        return name.size() >= ending.size() && equal_ignoring_case(name.substr(name.size() - ending.size()), ending);
+        return name.size() >= ending.size() &&
+               dstring_equal_ignoring_case(name.substr(name.size() - ending.size()), ending);
     });
 }
 
@@ -448,9 +444,10 @@ Envelope guess_envelope(const MailPiece& piece) {
     std::string_view name;
     std::string value;
     for (Fields fields(header); fields.next(name, value);) {
-        if (!return_path && equal_ignoring_case(name, "Return-Path")) return_path = first_address(value);
+        if (!return_path && dstring_equal_ignoring_case(name, "Return-Path")) return_path = first_address(value);
         for (std::size_t i = 0; i < found.size(); ++i)
-            if (found[i].empty() && equal_ignoring_case(name, kRecipientFields[i])) found[i] = first_address(value);
+            if (found[i].empty() && dstring_equal_ignoring_case(name, kRecipientFields[i]))
+                found[i] = first_address(value);
     }
     Envelope envelope;
     const std::string_view from_line = piece.from_line == "MAILER-DAEMON" ? std::string_view{} : piece.from_line;

@@ -13,6 +13,7 @@
 #include <cstring>
 #include <memory>
 
+#include "dstring/ascii.h"
 #include "dstring/words.h"
 #include "im/im.h"
 
@@ -155,12 +156,10 @@ struct Key {
     constexpr std::string_view view() const { return {text.data(), length}; }
 };
 
-constexpr char lower(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c + ('a' - 'A')) : c; }
-
 constexpr Key key_of(std::string_view name) {
     Key key;
     for (const char raw : name) {
-        const char c = lower(raw);
+        const char c = dstring_lower(raw);
         if (!((c >= 'a' && c <= 'z') || (c >= '0' && c <= '9'))) continue;
         if (key.length == kKeyLimit) return {};
         key.text[key.length++] = c;
@@ -290,7 +289,7 @@ std::string_view ccs_native_name(std::string_view name) {
 
 bool ccs_equal_ignoring_case(std::string_view left, std::string_view right) {
     return std::equal(left.begin(), left.end(), right.begin(), right.end(),
-                      [](char a, char b) { return lower(a) == lower(b); });
+                      [](char a, char b) { return dstring_lower(a) == dstring_lower(b); });
 }
 
 bool ccs_same_set(std::string_view left, std::string_view right) {

@@ -9,6 +9,7 @@
 
 #include "dr/database.h"
 #include "dr/exchange.h"
+#include "dstring/ascii.h"
 #include "er/er.h"
 #include "nm/nm.h"
 
@@ -142,7 +143,8 @@ std::int16_t dr_CloseDir(std::int16_t DirHandle) {
 }
 
 bool dr_good_name(std::string_view name) {
-    if (name.empty() || name.size() > kDirectoryNameLimit || dr::same_word(name.substr(0, 7), "sqlite_")) return false;
+    if (name.empty() || name.size() > kDirectoryNameLimit || dstring_equal_ignoring_case(name.substr(0, 7), "sqlite_"))
+        return false;
     return std::none_of(name.begin(), name.end(),
                         [](char c) { return c == ':' || static_cast<unsigned char>(c) < 0x20 || c == 0x7F; });
 }

@@ -14,6 +14,7 @@
 #include <istream>
 #include <ostream>
 
+#include "dstring/ascii.h"
 #include "er/er.h"
 
 namespace dr {
@@ -25,8 +26,6 @@ constexpr std::string_view kCsvName = "name";
 constexpr std::size_t kLdifWidth = 76;
 
 constexpr std::string_view kBase64 = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
-
-char lower(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c + ('a' - 'A')) : c; }
 
 std::string to_base64(std::string_view bytes) {
     std::string out;
@@ -100,12 +99,13 @@ private:
         if (colon == std::string::npos || colon == 0) refuse("neither an attribute nor a comment");
         const std::string_view attribute = std::string_view(text_).substr(0, colon);
         const std::string_view rest = std::string_view(text_).substr(colon + 1);
-        if (same_word(attribute, "version") || same_word(attribute, "control")) return false;
-        if (same_word(attribute, "dn")) return true;
+        if (dstring_equal_ignoring_case(attribute, "version") || dstring_equal_ignoring_case(attribute, "control"))
+            return false;
+        if (dstring_equal_ignoring_case(attribute, "dn")) return true;
         std::string value = value_of(rest);
-        if (same_word(attribute, "changetype")) {
-            if (!same_word(value, "add")) refuse("a change that is not an addition");
-        } else if (same_word(attribute, kLdifName)) {
+        if (dstring_equal_ignoring_case(attribute, "changetype")) {
+            if (!dstring_equal_ignoring_case(value, "add")) refuse("a change that is not an addition");
+        } else if (dstring_equal_ignoring_case(attribute, kLdifName)) {
             if (entry.name.empty()) entry.name = std::move(value);
         } else if (!value.empty()) {
             entry.attributes.emplace_back(attribute, std::move(value));
@@ -136,7 +136,7 @@ public:
         if (!record(columns_)) refuse("no header row");
         if (columns_[0].starts_with("\xEF\xBB\xBF")) columns_[0].erase(0, 3);
         for (std::size_t i = 0; i < columns_.size() && name_ == kNone; ++i)
-            if (same_word(columns_[i], kCsvName)) name_ = i;
+            if (dstring_equal_ignoring_case(columns_[i], kCsvName)) name_ = i;
         if (name_ == kNone) refuse("no column is called \"name\"");
     }
 
@@ -272,7 +272,7 @@ void write_csv_entry(std::ostream& out, const dr_Entry& entry, const std::vector
     for (const auto& [attribute, count] : columns) {
         std::uint64_t left = count;
         for (const auto& [name, value] : entry.attributes) {
-            if (!same_word(name, attribute) || left == 0) continue;
+            if (!dstring_equal_ignoring_case(name, attribute) || left == 0) continue;
             out << ',';
             write_csv_field(out, value);
             --left;
@@ -280,10 +280,6 @@ void write_csv_entry(std::ostream& out, const dr_Entry& entry, const std::vector
         for (; left > 0; --left) out << ',';
     }
     out << "\r\n";
-}
-
-bool same_word(std::string_view a, std::string_view b) {
-    return std::equal(a.begin(), a.end(), b.begin(), b.end(), [](char x, char y) { return lower(x) == lower(y); });
 }
 
 }  // namespace dr

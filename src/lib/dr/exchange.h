@@ -37,6 +37,4 @@ void write_ldif_entry(std::ostream& out, const dr_Entry& entry, std::uint64_t nu
 void write_csv_header(std::ostream& out, const std::vector<Column>& columns);
 void write_csv_entry(std::ostream& out, const dr_Entry& entry, const std::vector<Column>& columns);
 
-bool same_word(std::string_view a, std::string_view b);  // case of ASCII letters ignored
-
 }  // namespace dr

@@ -8,6 +8,8 @@
 #include <cstring>
 #include <iterator>
 
+#include "dstring/ascii.h"
+
 namespace {
 
 constexpr std::size_t kRows = kNmFields.size();
@@ -27,11 +29,9 @@ std::size_t row_of(int number) {
     return row != kNmFields.end() && row->number == number ? static_cast<std::size_t>(row - kNmFields.begin()) : kNoRow;
 }
 
-constexpr char lower(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c + ('a' - 'A')) : c; }
-
 bool same_keyword(std::string_view text, std::string_view keyword) {
     return std::equal(text.begin(), text.end(), keyword.begin(), keyword.end(),
-                      [](char a, char b) { return lower(a) == lower(b); });
+                      [](char a, char b) { return dstring_lower(a) == dstring_lower(b); });
 }
 
 // The first row for each first letter of a keyword, and the next row with the same letter.
@@ -46,7 +46,7 @@ constexpr Rows make_rows() {
         const char letter = kNmFields[row].keyword[0];
         rows.next[row] = rows.first[static_cast<unsigned char>(letter)];
         rows.first[static_cast<unsigned char>(letter)] = static_cast<std::uint8_t>(row);
-        rows.first[static_cast<unsigned char>(lower(letter))] = static_cast<std::uint8_t>(row);
+        rows.first[static_cast<unsigned char>(dstring_lower(letter))] = static_cast<std::uint8_t>(row);
     }
     return rows;
 }
@@ -197,7 +197,7 @@ bool same_value(std::string_view a, std::string_view b, char delimiter) {
     for (;;) {
         const int x = left.next(), y = right.next();
         if (x < 0 || y < 0) return x == y;
-        if (lower(static_cast<char>(x)) != lower(static_cast<char>(y))) return false;
+        if (dstring_lower(static_cast<char>(x)) != dstring_lower(static_cast<char>(y))) return false;
     }
 }
 
@@ -315,7 +315,7 @@ void nm_key(std::string_view pORN, std::string& key) {
             key.resize(start);
             append_unescaped(key, value, delimiter);
         }
-        for (std::size_t i = start; i < key.size(); ++i) key[i] = lower(key[i]);
+        for (std::size_t i = start; i < key.size(); ++i) key[i] = dstring_lower(key[i]);
         key.push_back('\0');
     }
 }

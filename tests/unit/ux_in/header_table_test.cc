@@ -7,6 +7,8 @@
 
 #include <gtest/gtest.h>
 
+#include "dstring/ascii.h"
+
 namespace {
 
 struct FieldRow {
@@ -118,11 +120,11 @@ TEST(HeaderTable, ImportanceAndSensitivityWords) {
 }
 
 TEST(HeaderTable, CaseRules) {
-    EXPECT_TRUE(equal_ignoring_case("aZ", "Az"));
-    EXPECT_FALSE(equal_ignoring_case("\xC3\x89", "\xC3\xA9")) << "ASCII letters only";
-    EXPECT_FALSE(equal_ignoring_case("[", "{")) << "letters only";
-    EXPECT_TRUE(starts_ignoring_case("MULTIPART/x", "multipart/"));
-    EXPECT_FALSE(starts_ignoring_case("multi", "multipart/"));
+    EXPECT_TRUE(dstring_equal_ignoring_case("aZ", "Az"));
+    EXPECT_FALSE(dstring_equal_ignoring_case("\xC3\x89", "\xC3\xA9")) << "ASCII letters only";
+    EXPECT_FALSE(dstring_equal_ignoring_case("[", "{")) << "letters only";
+    EXPECT_TRUE(dstring_starts_ignoring_case("MULTIPART/x", "multipart/"));
+    EXPECT_FALSE(dstring_starts_ignoring_case("multi", "multipart/"));
 }
 
 }  // namespace

@@ -12,6 +12,7 @@
 #include <cstddef>
 #include <limits>
 
+#include "dstring/ascii.h"
 #include "er/er.h"
 
 namespace {
@@ -39,12 +40,7 @@ constexpr auto kZones = std::to_array<ZoneRow>({
 });
 
 constexpr bool is_digit(char c) { return c >= '0' && c <= '9'; }
-constexpr char lower(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c + ('a' - 'A')) : c; }
-constexpr bool is_letter(char c) { return lower(c) >= 'a' && lower(c) <= 'z'; }
-
-bool same(std::string_view a, std::string_view b) {
-    return std::ranges::equal(a, b, [](char x, char y) { return lower(x) == lower(y); });
-}
+constexpr bool is_letter(char c) { return dstring_lower(c) >= 'a' && dstring_lower(c) <= 'z'; }
 
 // Bytes of 128 and above have always counted as negative here, and so as separators.
 constexpr bool separates(char c) {
@@ -203,14 +199,16 @@ std::string_view take_token(std::string_view& text) {
 
 std::optional<int> ux_InParseMonth(std::string_view pInBuf) {
     const er_Trace trace("ux_InParseMonth");
-    const auto row = std::ranges::find_if(kMonths, [&](std::string_view name) { return same(name, pInBuf); });
+    const auto row =
+        std::ranges::find_if(kMonths, [&](std::string_view name) { return dstring_equal_ignoring_case(name, pInBuf); });
     if (row == kMonths.end()) return std::nullopt;
     return static_cast<int>(row - kMonths.begin());
 }
 
 std::optional<std::int16_t> ux_InParseTimeZone(std::string_view pInBuf) {
     const er_Trace trace("ux_InParseTimeZone");
-    const auto row = std::ranges::find_if(kZones, [&](const ZoneRow& zone) { return same(zone.name, pInBuf); });
+    const auto row = std::ranges::find_if(
+        kZones, [&](const ZoneRow& zone) { return dstring_equal_ignoring_case(zone.name, pInBuf); });
     if (row == kZones.end()) return std::nullopt;
     return static_cast<std::int16_t>(row->hours * 60);
 }

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <utility>
 
+#include "dstring/ascii.h"
 #include "mim/encoded_words.h"
 #include "mim/mim.h"
 #include "os/os.h"
@@ -90,7 +91,7 @@ void EncapsulatedHeaderSaver::begin_field(const ux_KeywordLine& field) {
             break;
         case kTokenMimeVersion: mime_version_seen_ = true; break;
         case kTokenContentType:
-            if (!kind_.content_fields || !starts_ignoring_case(value, kMultipart)) break;
+            if (!kind_.content_fields || !dstring_starts_ignoring_case(value, kMultipart)) break;
             header_.pFullMIMEType = value;
             collecting_ = Collecting::content_type;
             break;

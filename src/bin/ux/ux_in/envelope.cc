@@ -3,16 +3,11 @@
 
 #include <algorithm>
 
+#include "dstring/ascii.h"
 #include "er/er.h"
 #include "mim/mim.h"
 
 namespace {
-
-constexpr char lower(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c + ('a' - 'A')) : c; }
-
-bool same(std::string_view a, std::string_view b) {
-    return std::ranges::equal(a, b, [](char x, char y) { return lower(x) == lower(y); });
-}
 
 // Takes the path, whole however long it is: what follows it must be found even when the copy is cut.
 std::string_view take_path(std::string_view& text) {
@@ -31,12 +26,12 @@ std::string_view take_piece(std::string_view& text) {
 }
 
 void process_notify_item(std::string_view item, ux_RcptTo& recipient) {
-    if (same(item, "NEVER")) {
+    if (dstring_equal_ignoring_case(item, "NEVER")) {
         recipient.NoNDNWanted = true;
         recipient.DelAckWanted = false;
-    } else if (same(item, "SUCCESS")) {
+    } else if (dstring_equal_ignoring_case(item, "SUCCESS")) {
         recipient.DelAckWanted = true;
-    } else if (same(item, "FAILURE")) {
+    } else if (dstring_equal_ignoring_case(item, "FAILURE")) {
         recipient.NoNDNWanted = false;
     }
 }
@@ -88,8 +83,9 @@ void ux_InParseMAILFROM(std::string_view pArguments, ux_MailFrom& sender) {
     const er_Trace trace("ux_InParseMAILFROM");
     sender.ArpaSender = take_path(pArguments).substr(0, kArpaSenderLimit);
     while (const auto parameter = ux_InGetNextToken(pArguments)) {
-        if (same(parameter->Tag, "RET")) ux_InProcessRETValue(parameter->Value, sender.ROCWanted);
-        if (same(parameter->Tag, "ENVID")) ux_InProcessENVID(parameter->Value, sender.Envid);
+        if (dstring_equal_ignoring_case(parameter->Tag, "RET"))
+            ux_InProcessRETValue(parameter->Value, sender.ROCWanted);
+        if (dstring_equal_ignoring_case(parameter->Tag, "ENVID")) ux_InProcessENVID(parameter->Value, sender.Envid);
     }
 }
 
@@ -97,7 +93,8 @@ void ux_InParseRCPTTO(std::string_view pArguments, ux_RcptTo& recipient) {
     const er_Trace trace("ux_InParseRCPTTO");
     recipient.ArpaORName = take_path(pArguments).substr(0, kArpaORNameLimit);
     while (const auto parameter = ux_InGetNextToken(pArguments)) {
-        if (same(parameter->Tag, "NOTIFY")) ux_InProcessNOTIFY(parameter->Value, recipient);
-        if (same(parameter->Tag, "ORCPT")) ux_InProcessORCPT(parameter->Value, recipient.OrigRcpt);
+        if (dstring_equal_ignoring_case(parameter->Tag, "NOTIFY")) ux_InProcessNOTIFY(parameter->Value, recipient);
+        if (dstring_equal_ignoring_case(parameter->Tag, "ORCPT"))
+            ux_InProcessORCPT(parameter->Value, recipient.OrigRcpt);
     }
 }

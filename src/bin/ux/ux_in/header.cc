@@ -6,6 +6,7 @@
 
 #include "aud/aud.h"
 #include "cust/cust.h"
+#include "dstring/ascii.h"
 #include "er/er.h"
 #include "inet/address.h"
 #include "mim/mim.h"
@@ -123,7 +124,7 @@ void MessageHeader::take_content_type() {
 void MessageHeader::take_precedence() {
     if (cust_PresentAndTrue("UXI_AUTO_REPLY_BULK_MAIL")) return;
     for (const std::string_view bulk : {"bulk", "list", "junk"})
-        if (equal_ignoring_case(in_.value(), bulk)) update_.NoReplyBulkMsg = 1;
+        if (dstring_equal_ignoring_case(in_.value(), bulk)) update_.NoReplyBulkMsg = 1;
 }
 
 void MessageHeader::finish() {
@@ -138,7 +139,7 @@ void MessageHeader::finish() {
     if (add_default_subject() || update_.Sensitivity == 0) aud_LogStr(ux_audit().AuditHandle, kAuditSubject, subject_);
     if (ReplyIdFound_) update_.MsgType = 1;
     decide_disposition_notification();
-    if (header_.pMimeMsg && starts_ignoring_case(header_.pMIMEContentType, kMultipart))
+    if (header_.pMimeMsg && dstring_starts_ignoring_case(header_.pMIMEContentType, kMultipart))
         ux_InAddCTToHeader(message_.pTfHandle, header_.pMIMEContentType);
     if (update_.any()) ux_InUpdateHeaderRecord(message_.pTfHandle, update_);
     ux_InUpdateDistListCounts(message_.DLHandle);
@@ -165,7 +166,8 @@ std::string bare_address(std::string_view address) {
 // A notification goes to where the mail came from, or not at all (RFC 8098, section 2.1).
 void MessageHeader::decide_disposition_notification() {
     if (DNRecip_.empty()) return;
-    header_.pMDNWanted = !ReturnPath_ || equal_ignoring_case(bare_address(*ReturnPath_), bare_address(DNRecip_));
+    header_.pMDNWanted =
+        !ReturnPath_ || dstring_equal_ignoring_case(bare_address(*ReturnPath_), bare_address(DNRecip_));
 }
 
 // What the two passes leave for each other: MIME goes before RFC 1154, and both before uuencode.

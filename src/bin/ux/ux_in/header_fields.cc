@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "aud/aud.h"
+#include "dstring/ascii.h"
 #include "mim/mim.h"
 #include "ux_in/addresses.h"
 #include "ux_in/identifiers.h"
@@ -21,7 +22,7 @@ void set_unless_unchanged(int& field, int value) {
     if (value != kUnchanged) field = value;
 }
 
-bool is_true(std::string_view value) { return equal_ignoring_case(value, "TRUE"); }
+bool is_true(std::string_view value) { return dstring_equal_ignoring_case(value, "TRUE"); }
 
 }  // namespace
 

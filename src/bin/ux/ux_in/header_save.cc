@@ -2,6 +2,7 @@
 #include "ux_in/header_save.h"
 
 #include "cust/cust.h"
+#include "dstring/ascii.h"
 #include "er/er.h"
 #include "inet/address.h"
 #include "ux_in/header_table.h"
@@ -45,7 +46,7 @@ SavedHeaderKind MessageHeaderSaver::take() {
 
 void MessageHeaderSaver::saved(std::string_view /*line*/, const ux_KeywordLine& field, std::uint64_t start) {
     if (!field.found) return;
-    if (marker_ && equal_ignoring_case(field.pCommand, *marker_)) kind_.uudecode = true;
+    if (marker_ && dstring_equal_ignoring_case(field.pCommand, *marker_)) kind_.uudecode = true;
     switch (find_arpa_token(field.pCommand).Num) {
         case kTokenEncoding:
             kind_.rfc1154 = true;
@@ -55,7 +56,7 @@ void MessageHeaderSaver::saved(std::string_view /*line*/, const ux_KeywordLine& 
         case kTokenContentType:
         case kTokenTransferEncoding: kind_.mime = true; break;
         case kTokenNone:
-            if (!starts_ignoring_case(field.pCommand, kOwnFields)) break;
+            if (!dstring_starts_ignoring_case(field.pCommand, kOwnFields)) break;
             er_LogMsg(9, kGatewayGroup, kForeignFieldDropped, field.pCommand);
             item().truncate(start);
             break;
@@ -85,7 +86,7 @@ void HeaderSaver::save(std::string_view line) {
     const std::uint64_t start = item_.size();
     ux_KeywordLine field = ux_InParseCommandLine(line);
     std::string cleaned;
-    if (field.found && equal_ignoring_case(field.pCommand, kMessageId)) {
+    if (field.found && dstring_equal_ignoring_case(field.pCommand, kMessageId)) {
         cleaned = inet_ReplaceBadHeaderChars(line, kBadHeaderCharsMode);
         line = cleaned;
         field = ux_InParseCommandLine(line);

@@ -5,6 +5,7 @@
 #include <array>
 #include <span>
 
+#include "dstring/ascii.h"
 #include "tf/record.h"
 
 namespace {
@@ -68,30 +69,19 @@ constexpr auto kSensitivityWords = std::to_array<ux_WordValue>({
     {"Personal", 1}, {"Private", 2}, {"Company-Confidential", 3}, {"Company", 3}});
 // clang-format on
 
-constexpr char lower(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; }
-
 int word_value(std::span<const ux_WordValue> words, std::string_view value) {
     for (const ux_WordValue& row : words)
-        if (equal_ignoring_case(row.word, value)) return row.value;
+        if (dstring_equal_ignoring_case(row.word, value)) return row.value;
     return kUnchanged;
 }
 
 }  // namespace
 
-bool equal_ignoring_case(std::string_view a, std::string_view b) {
-    return a.size() == b.size() && starts_ignoring_case(a, b);
-}
-
-bool starts_ignoring_case(std::string_view text, std::string_view start) {
-    if (text.size() < start.size()) return false;
-    return std::equal(start.begin(), start.end(), text.begin(), [](char x, char y) { return lower(x) == lower(y); });
-}
-
 const ArpaTokenRow& find_arpa_token(std::string_view name) {
     const auto end = std::prev(ArpaToken.end());
     if (name.empty()) return *end;
     return *std::find_if(ArpaToken.begin(), end,
-                         [&](const ArpaTokenRow& row) { return equal_ignoring_case(row.pName, name); });
+                         [&](const ArpaTokenRow& row) { return dstring_equal_ignoring_case(row.pName, name); });
 }
 
 // Besides the words of X.400 gateways, the numbers of X-Priority: 1 and 2 are high, 4 and 5 low.

@@ -65,6 +65,3 @@ constexpr int kUnchanged = -1;
 int priority_of(std::string_view value);     // 0 is never given; 1 non-urgent, 2 urgent, or kUnchanged
 int importance_of(std::string_view value);   // 1 low, 2 high, or kUnchanged
 int sensitivity_of(std::string_view value);  // 1 personal, 2 private, 3 company confidential, or kUnchanged
-
-bool equal_ignoring_case(std::string_view a, std::string_view b);  // ASCII letters only
-bool starts_ignoring_case(std::string_view text, std::string_view start);
