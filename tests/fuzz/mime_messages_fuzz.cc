@@ -13,6 +13,7 @@
 #include <string_view>
 #include <vector>
 
+#include "fuzz_source.h"
 #include "session_room.h"
 
 using namespace session_room;
@@ -22,29 +23,6 @@ namespace {
 constexpr int kDeepest = 8;
 constexpr std::size_t kLongestHeader = 200;
 constexpr std::size_t kUsualLeaf = 100, kLongestLeaf = 20000;
-
-// The input as choices and as text; a source that has run dry gives zeros and nothing.
-class Source {
-public:
-    explicit Source(std::string_view bytes) : bytes_(bytes) {}
-    bool empty() const { return bytes_.empty(); }
-    unsigned choice(unsigned count) {
-        if (bytes_.empty()) return 0;
-        const auto byte = static_cast<unsigned char>(bytes_.front());
-        bytes_.remove_prefix(1);
-        return byte % count;
-    }
-    // Up to `limit` octets; two bytes say how many.
-    std::string text(std::size_t limit) {
-        const std::size_t wanted = choice(256) * 256 + choice(256);
-        const std::string_view taken = bytes_.substr(0, std::min(wanted % (limit + 1), bytes_.size()));
-        bytes_.remove_prefix(taken.size());
-        return std::string(taken);
-    }
-
-private:
-    std::string_view bytes_;
-};
 
 std::string in_base64(std::string_view octets, std::size_t line_length, std::string_view eol) {
     constexpr std::string_view digits = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
@@ -94,7 +72,7 @@ std::string in_uuencode(std::string_view octets, std::string_view eol) {
 
 class Builder {
 public:
-    explicit Builder(Source source) : source_(source) {}
+    explicit Builder(FuzzSource source) : source_(source) {}
 
     // The message text, dots stuffed.
     std::string build() {
@@ -208,7 +186,7 @@ private:
         return text;
     }
 
-    Source source_;
+    FuzzSource source_;
     std::string out_;
     std::vector<std::string> leaves_;
     int boundaries_ = 0;
@@ -237,7 +215,7 @@ void raw(std::string_view bytes, std::size_t piece) {
 }
 
 void built(std::string_view bytes, std::size_t piece) {
-    Builder builder((Source(bytes)));
+    Builder builder((FuzzSource(bytes)));
     const std::string dialogue = dialogue_of(builder.build());
     if (builder.is_ambiguous()) return;
     const Outcome outcome =

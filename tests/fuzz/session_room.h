@@ -1,7 +1,6 @@
 // Whole sessions for fuzz targets: a home in memory, the gateway's own session on a descriptor, and what came of it.
 #pragma once
 
-#include <dirent.h>
 #include <fcntl.h>
 #include <sys/mman.h>
 #include <unistd.h>
@@ -9,7 +8,6 @@
 #include <algorithm>
 #include <csignal>
 #include <cstdint>
-#include <filesystem>
 #include <string>
 #include <string_view>
 #include <thread>
@@ -75,24 +73,6 @@ inline void take_message(const ITEM_REF& ref, Outcome& outcome) {
         outcome.files.push_back(records ? without_what_changes(content) : content);
         if (!records) outcome.items.push_back(content);
     }
-}
-
-// Looks into some five hundred folders, so it is done without allocating anything for each.
-inline bool store_is_empty() {
-    static const std::vector<std::string> folders = [] {
-        std::vector<std::string> all;
-        for (const auto& entry : std::filesystem::recursive_directory_iterator(os_HomePath("~/data")))
-            all.push_back(entry.path());
-        return all;
-    }();
-    return std::ranges::none_of(folders, [](const std::string& folder) {
-        DIR* const open = ::opendir(folder.c_str());
-        require(open != nullptr);
-        bool file = false;
-        while (const dirent* entry = ::readdir(open)) file = file || entry->d_type == DT_REG;
-        ::closedir(open);
-        return file;
-    });
 }
 
 // Runs a session on a descriptor, its replies caught.
