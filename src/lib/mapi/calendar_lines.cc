@@ -86,7 +86,6 @@ std::string_view trimmed(std::string_view text) {
     return text;
 }
 
-// Text whose every byte is part of well-formed UTF-8; a byte that is not is the character of its Latin-1 code.
 void append_utf8(std::string& out, std::string_view text) {
     while (!text.empty()) {
         const std::size_t length = er_utf8_length(text);
@@ -270,5 +269,11 @@ std::string Reducer::run(std::string_view text) {
 }
 
 }  // namespace
+
+std::string calendar_utf8(std::string_view text) {
+    std::string out;
+    append_utf8(out, text);
+    return out;
+}
 
 std::string calendar_lines(std::string_view text) { return Reducer().run(text); }

@@ -24,8 +24,9 @@ std::vector<CalendarComponent> components_of(std::string_view bytes) {
         if (kind == 'P') open.back().properties.emplace_back().name = text;
         if (kind == 'N' && property() != nullptr) property()->parameters.emplace_back(text, std::string());
         if (kind == 'V' && property() != nullptr && !property()->parameters.empty())
-            property()->parameters.back().second = text;
-        if (kind == 'T' && property() != nullptr) property()->value = text;
+            property()->parameters.back().second = calendar_utf8(text);
+        // libical takes a backslash and one byte for an escape, whatever character that byte began.
+        if (kind == 'T' && property() != nullptr) property()->value = calendar_utf8(text);
         if (kind != 'E') continue;
         CalendarComponent whole = std::move(open.back());
         open.pop_back();

@@ -35,6 +35,8 @@ struct CalendarComponent {
 // only of whole components. Empty when the text is no whole calendar ("BEGIN:VCALENDAR" ... "END:VCALENDAR") or holds
 // no event or task.
 std::string calendar_lines(std::string_view text);
+// Text whose every byte is part of well-formed UTF-8; a byte that is not is the character of its Latin-1 code.
+std::string calendar_utf8(std::string_view text);
 
 // The VCALENDARs of `text`; none when it is no calendar, holds no event or task, or the module that reads calendars
 // cannot be loaded (which is logged).

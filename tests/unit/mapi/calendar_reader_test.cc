@@ -7,6 +7,7 @@
 
 #include <gtest/gtest.h>
 
+#include "cvc/utf8.h"
 #include "mapi/token_reader.h"
 #include "os/module.h"
 #include "support/log_lines.h"
@@ -162,6 +163,17 @@ TEST(CalendarReader, ValuesThatAreNoneAreLeftOut) {
     EXPECT_EQ(entry.value("UID"), "a");
     EXPECT_EQ(entry.first("DTSTART"), nullptr);
     EXPECT_EQ(entry.first("RRULE"), nullptr);
+}
+
+// A backslash before a character of several bytes is no escape, and what is left of the character must not stay alone.
+TEST(CalendarReader, TextIsUtf8WhateverStandsBehindABackslash) {
+    for (const char* text : {"a\\\xc3\xa9z", "a\\\x92z", "a\\\xe2\x82\xacz", "a\\\xf0\x9f\x98\x80z", "a\\"}) {
+        const auto calendars = read_calendar(event("UID:a\nDESCRIPTION:" + std::string(text) + "\n"));
+        ASSERT_EQ(calendars.size(), 1u);
+        const std::string_view value = calendars[0].components[0].value("DESCRIPTION");
+        EXPECT_EQ(check_utf8(value).valid, value.size()) << text;
+        EXPECT_TRUE(value.starts_with('a')) << text;
+    }
 }
 
 TEST(CalendarReader, AModuleThatIsNotThere) {
