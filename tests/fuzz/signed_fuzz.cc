@@ -339,6 +339,8 @@ void check_first_part(const Builder& built, const Outcome& made, const Kept& kep
 // In an enclosing multipart/mixed, whose last part is text.
 void check_in_mixed(const Builder& built, const Outcome& made, const Kept& kept) {
     if (!kept.closed) return require_signature(made, 0, kept.signature);
+    // A boundary line that does not fit into one piece with its line end is none.
+    if (built.text.find(std::string(kTextLineLimit / 2, '\r')) != std::string::npos) return;
     const std::size_t behind = static_cast<std::size_t>(kept.behind.data() - built.text.data());
     if (behind > built.tail) return;
     const std::string_view between = std::string_view(built.text).substr(behind, built.tail - behind);
